@@ -1,0 +1,78 @@
+// The log sink: a threshold, one callback, nothing by default.
+//
+// Threads: any. Locks: none is held while the callback runs. A message registers itself in `inFlight` before it looks at
+// the receiver, so whoever replaces the receiver can wait until the old one is no longer in use.
+#include "LumLog.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
+namespace {
+
+constexpr int kTextBytes = 2048;
+
+struct Receiver {
+  LumLogCallback callback;
+  void* userData;
+};
+
+std::atomic<int32_t> threshold{LUM_LEVEL_TRACE};
+std::atomic<Receiver*> current{nullptr};
+std::atomic<int32_t> inFlight{0};
+
+// Two slots suffice: a slot is written only when it is not `current` and no message is in flight.
+Receiver slots[2];
+std::mutex setMutex;
+
+void LeaveFlight() {
+  if (inFlight.fetch_sub(1) == 1) {
+    inFlight.notify_all();
+  }
+}
+
+void WaitUntilNothingIsInFlight() {
+  for (int32_t count = inFlight.load(); count != 0; count = inFlight.load()) {
+    inFlight.wait(count);
+  }
+}
+
+}  // namespace
+
+extern "C" int32_t LumLog(int32_t level, const char* moduleTag, const char* sourcePath, int32_t line,
+                          const char* format, ...) {
+  if (current.load(std::memory_order_relaxed) == nullptr || level < threshold.load(std::memory_order_relaxed)) {
+    return 0;
+  }
+  inFlight.fetch_add(1);
+  const Receiver* receiver = current.load();
+  int32_t length = 0;
+  if (receiver != nullptr) {
+    char text[kTextBytes];
+    va_list arguments;
+    va_start(arguments, format);
+    length = vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    receiver->callback(receiver->userData, level, moduleTag, sourcePath, line, text);
+  }
+  LeaveFlight();
+  return length < 0 ? 0 : length;
+}
+
+extern "C" void LumLogSetLevel(int32_t level) {
+  threshold.store(level);
+}
+
+extern "C" void LumLogSetCallback(LumLogCallback callback, void* userData) {
+  std::lock_guard<std::mutex> guard(setMutex);
+  Receiver* const next = current.load() == &slots[0] ? &slots[1] : &slots[0];
+  if (callback == nullptr) {
+    current.store(nullptr);
+  } else {
+    WaitUntilNothingIsInFlight();
+    *next = Receiver{callback, userData};
+    current.store(next);
+  }
+  WaitUntilNothingIsInFlight();
+}
