@@ -38,13 +38,13 @@ enum { LUM_LEVEL_TRACE = 0, LUM_LEVEL_ERROR = 2, LUM_LEVEL_FAILURE = 3, LUM_LEVE
 
 /* Receives one message. text is only valid during the call; texts longer than 2047 bytes arrive cut. It is called on the
  * thread that logs, which may hold locks of the library: it must not call the library, and should return quickly. */
-typedef void (*LumLogCallback)(void* userData, int32_t level, const char* moduleTag, const char* sourcePath, int32_t line,
-                               const char* text);
+typedef void (*LumLogCallback)(void* userData, int32_t level, const char* moduleTag, const char* sourcePath,
+                               int32_t line, const char* text);
 
 /* Formats a message like printf and hands it to the callback, if one is set and level is not below the threshold.
  * Without a callback it costs two loads. The result is the number of characters formatted, 0 when nothing was written. */
-LUM_API int32_t LumLog(int32_t level, const char* moduleTag, const char* sourcePath, int32_t line, const char* format, ...)
-    LUM_FORMAT(5, 6);
+LUM_API int32_t LumLog(int32_t level, const char* moduleTag, const char* sourcePath, int32_t line, const char* format,
+                       ...) LUM_FORMAT(5, 6);
 
 /* Sets the lowest level that reaches the callback. Default LUM_LEVEL_TRACE; LUM_LEVEL_NONE silences everything. Takes
  * effect with the next message. */

@@ -9,8 +9,8 @@ constexpr char kHttp[] = "http://";
 constexpr char kHttps[] = "https://";
 
 bool HasHttpScheme(const char* url) {
-  return url != nullptr && (ZV_Strnicmp(url, kHttp, sizeof kHttp - 1) == 0 ||
-                            ZV_Strnicmp(url, kHttps, sizeof kHttps - 1) == 0);
+  return url != nullptr &&
+         (ZV_Strnicmp(url, kHttp, sizeof kHttp - 1) == 0 || ZV_Strnicmp(url, kHttps, sizeof kHttps - 1) == 0);
 }
 
 // What shapes the download is taken once: later calls of the setters belong to the next one.
@@ -165,13 +165,8 @@ int32_t ZVIner_ServiceDistribution(HttpBase* hb) {
 int32_t ZVIner_SingleServiceThreadDistribution(HttpBase* hb) {
   const DownloadPlan& plan = hb->plan;
   HttpBaseServiceThread* const record = ChooseIdleThread(hb);
-  const TaskSpec spec = {plan.whole ? kTaskWhole : kTaskRange,
-                         !plan.strict,
-                         plan.rangeStart,
-                         plan.rangeEnd,
-                         -1,
-                         0,
-                         plan.url};
+  const TaskSpec spec = {
+      plan.whole ? kTaskWhole : kTaskRange, !plan.strict, plan.rangeStart, plan.rangeEnd, -1, 0, plan.url};
   if (record == nullptr || !GiveTask(record, spec)) {
     ReportFailure(hb, ZV_HTTP_CODE_FAILED);
     return 0;

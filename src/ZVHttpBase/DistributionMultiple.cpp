@@ -163,9 +163,9 @@ int32_t ZVIner_MultipleDownloadDistribution(HttpBase* hb, int32_t connections, i
       record->performResult.store(kPerformFailed);
       continue;
     }
-    LOG_TRACE(
-        "%s: Notify thread %d to download[%s], fileContentLength=%lld, range[%lld, %lld], buffWriteSegmentIdx=%d",
-        record->index, url, Wide(hb->configParam.fileContentLength.load()), Wide(nextStart), Wide(end), fragmentIdx);
+    LOG_TRACE("%s: Notify thread %d to download[%s], fileContentLength=%lld, range[%lld, %lld], buffWriteSegmentIdx=%d",
+              record->index, url, Wide(hb->configParam.fileContentLength.load()), Wide(nextStart), Wide(end),
+              fragmentIdx);
     if (lastByte <= end || lastByte < 0) {
       break;
     }

@@ -13,10 +13,10 @@
 #include "Common/Guard.h"
 
 enum EventKind : int32_t {
-  kEventWork,   // for the monitor: a result, an answer, room in the ring buffer, a thread that started, a stop
-  kEventIdle,   // for Open, Close and Release: the monitor waits for a task
-  kEventData,   // for readers inside the library: bytes arrived, or the download ended
-  kEventStop,   // for a retry pause: the handle is closed or released, or the task is stopped
+  kEventWork,  // for the monitor: a result, an answer, room in the ring buffer, a thread that started, a stop
+  kEventIdle,  // for Open, Close and Release: the monitor waits for a task
+  kEventData,  // for readers inside the library: bytes arrived, or the download ended
+  kEventStop,  // for a retry pause: the handle is closed or released, or the task is stopped
   kEventKinds,
 };
 

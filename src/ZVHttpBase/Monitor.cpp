@@ -19,10 +19,11 @@ void LogDownload(HttpBase* hb, bool begins) {
   const char* const name = "ZVIner_MonitorThreadFunc";
   if (begins) {
     const int32_t threads = config->needDownloadComplete == 0 ? 1 : hb->threadNum.load();
-    LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
-           "%s: Monitor thread of httpbase[%p] get signal, %d threads is waiting to perform url:%s, range[%lld - %lld]...",
-           name, static_cast<void*>(hb), threads, Printable(config->url), Wide(config->rangeStart),
-           Wide(config->rangeEnd));
+    LumLog(
+        LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
+        "%s: Monitor thread of httpbase[%p] get signal, %d threads is waiting to perform url:%s, range[%lld - %lld]...",
+        name, static_cast<void*>(hb), threads, Printable(config->url), Wide(config->rangeStart),
+        Wide(config->rangeEnd));
   } else {
     LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
            "%s: Monitor thread of httpbase[%p] finish download url:%s, range[%lld - %lld], waiting for task signal...",

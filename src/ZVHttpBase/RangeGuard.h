@@ -32,10 +32,10 @@ struct AnswerHead {
   ContentRange range;
   bool hasContentRange;
   bool acceptsRanges;
-  bool encoded;   // Content-Encoding other than identity: positions and lengths are those of the packed form
+  bool encoded;  // Content-Encoding other than identity: positions and lengths are those of the packed form
   bool chunked;
-  bool located;   // a Location header: libcurl will follow a 3xx
-  bool ended;     // the header's last line has been seen; what follows are trailers
+  bool located;        // a Location header: libcurl will follow a 3xx
+  bool ended;          // the header's last line has been seen; what follows are trailers
   bool contradictory;  // two different lengths or ranges in one header
   int64_t headerBytes;
 };
@@ -56,14 +56,14 @@ struct RangeGuard {
 
 // What to do with an answer.
 enum Verdict : int32_t {
-  kAnswerFits,       // deliver what the guard lets through
-  kAnswerRefused,    // not the bytes that were asked for: a failed attempt
-  kAnswerAskAgain,   // usable only without a range: ask again at once
+  kAnswerFits,      // deliver what the guard lets through
+  kAnswerRefused,   // not the bytes that were asked for: a failed attempt
+  kAnswerAskAgain,  // usable only without a range: ask again at once
 };
 
 // What the guard learnt from an answer that fits.
 struct AnswerFacts {
-  int64_t total;      // length of the whole resource, -1: not told
+  int64_t total;  // length of the whole resource, -1: not told
   bool totalFromRange;
   bool rangesConfirmed;
   HandOver handOver;

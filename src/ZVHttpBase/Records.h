@@ -58,38 +58,38 @@ struct RedirectUrl {
 
 struct HttpBaseConfigParam {
   ZVMutex* mutex;
-  void* cbUserData;                                               // fixed by Init
-  HttpBaseMsgCallback cb;                                         // fixed by Init
-  HttpBaseRetryCallback retryMsgCallBack ZV_GUARDED_BY(mutex);    // null
-  std::atomic<int32_t> closeFlag;                                 // -1; 0 from Close until the next Open
-  std::atomic<int32_t> releaseFlag;                               // -1; 0 once Release has begun
-  std::atomic<int32_t> okCodePending;                             // -1: code 200 not yet reported
-  std::atomic<int32_t> singleConnection;                          // -1: one connection; 0: several
-  int32_t needDownloadComplete ZV_GUARDED_BY(mutex);              // -1; 0: whole resource, read when it has ended
-  std::atomic<int32_t> rangeConfirmed;                            // -1; 0: the server knows ranges
-  std::atomic<int32_t> redirectSeen;                              // -1; 0: a redirect was followed
-  std::atomic<int32_t> contentRangeSeen;                          // -1; 0: the length came from a Content-Range
-  char* url ZV_GUARDED_BY(mutex);                                 // owned, null
-  std::atomic<const char*> redirectUrl;                           // owned by redirectUrls, null
-  char* device ZV_GUARDED_BY(mutex);                              // owned, null
-  int32_t retryTimes ZV_GUARDED_BY(mutex);                        // 2
-  int32_t retryDelay ZV_GUARDED_BY(mutex);                        // 3000 ms
-  std::atomic<int32_t> retryExhausted;                            // -1; 20 while a transfer is beyond its retries
-  std::atomic<int32_t> retryCallbackUsed;                         // 0; 1 once the callback answered below 3000
-  int32_t downloadSegLen ZV_GUARDED_BY(mutex);                    // 512000
-  std::atomic<int64_t> fileContentLength;                         // -1 unknown; 0 the server does not tell
-  int64_t rangeStart ZV_GUARDED_BY(mutex);                        // -1
-  int64_t rangeEnd ZV_GUARDED_BY(mutex);                          // -1
-  std::atomic<int64_t> downloadedBytes;                           // of this download, by all connections
-  std::atomic<int64_t> startTick;                                 // ms
-  int32_t downloadType ZV_GUARDED_BY(mutex);                      // 0; no effect
-  curl_slist* reqHeaders ZV_GUARDED_BY(mutex);                    // two default headers
-  intptr_t netMonitor ZV_GUARDED_BY(mutex);                       // 0; no effect
-  char* userAgent ZV_GUARDED_BY(mutex);                           // owned, null: the default
-  HttpBaseRespKey* respKeyList ZV_GUARDED_BY(mutex);              // owned
-  std::atomic<int32_t> downSpeed;                                 // bytes/s of the last download
-  std::atomic<int32_t> openFlag;                                  // -1 idle; 0 open
-  std::atomic<int32_t> downloadRunning;                           // 0; -1 from Open until the distribution has ended
+  void* cbUserData;                                             // fixed by Init
+  HttpBaseMsgCallback cb;                                       // fixed by Init
+  HttpBaseRetryCallback retryMsgCallBack ZV_GUARDED_BY(mutex);  // null
+  std::atomic<int32_t> closeFlag;                               // -1; 0 from Close until the next Open
+  std::atomic<int32_t> releaseFlag;                             // -1; 0 once Release has begun
+  std::atomic<int32_t> okCodePending;                           // -1: code 200 not yet reported
+  std::atomic<int32_t> singleConnection;                        // -1: one connection; 0: several
+  int32_t needDownloadComplete ZV_GUARDED_BY(mutex);            // -1; 0: whole resource, read when it has ended
+  std::atomic<int32_t> rangeConfirmed;                          // -1; 0: the server knows ranges
+  std::atomic<int32_t> redirectSeen;                            // -1; 0: a redirect was followed
+  std::atomic<int32_t> contentRangeSeen;                        // -1; 0: the length came from a Content-Range
+  char* url ZV_GUARDED_BY(mutex);                               // owned, null
+  std::atomic<const char*> redirectUrl;                         // owned by redirectUrls, null
+  char* device ZV_GUARDED_BY(mutex);                            // owned, null
+  int32_t retryTimes ZV_GUARDED_BY(mutex);                      // 2
+  int32_t retryDelay ZV_GUARDED_BY(mutex);                      // 3000 ms
+  std::atomic<int32_t> retryExhausted;                          // -1; 20 while a transfer is beyond its retries
+  std::atomic<int32_t> retryCallbackUsed;                       // 0; 1 once the callback answered below 3000
+  int32_t downloadSegLen ZV_GUARDED_BY(mutex);                  // 512000
+  std::atomic<int64_t> fileContentLength;                       // -1 unknown; 0 the server does not tell
+  int64_t rangeStart ZV_GUARDED_BY(mutex);                      // -1
+  int64_t rangeEnd ZV_GUARDED_BY(mutex);                        // -1
+  std::atomic<int64_t> downloadedBytes;                         // of this download, by all connections
+  std::atomic<int64_t> startTick;                               // ms
+  int32_t downloadType ZV_GUARDED_BY(mutex);                    // 0; no effect
+  curl_slist* reqHeaders ZV_GUARDED_BY(mutex);                  // two default headers
+  intptr_t netMonitor ZV_GUARDED_BY(mutex);                     // 0; no effect
+  char* userAgent ZV_GUARDED_BY(mutex);                         // owned, null: the default
+  HttpBaseRespKey* respKeyList ZV_GUARDED_BY(mutex);            // owned
+  std::atomic<int32_t> downSpeed;                               // bytes/s of the last download
+  std::atomic<int32_t> openFlag;                                // -1 idle; 0 open
+  std::atomic<int32_t> downloadRunning;                         // 0; -1 from Open until the distribution has ended
 
   RedirectUrl* redirectUrls ZV_GUARDED_BY(mutex);  // newest first
   int32_t strictRange ZV_GUARDED_BY(mutex);        // 0; 1: an answer that ignores the range is cut to it (caches)
@@ -115,38 +115,38 @@ struct HttpBase;
 // One connection. Its thread holds cond whenever it does not wait, so whoever locks cond finds it idle.
 struct HttpBaseServiceThread {
   int32_t index;
-  ZVThread* thread;                             // null when it could not be made
+  ZVThread* thread;  // null when it could not be made
   ZVCondition* cond ZV_ACQUIRED_BEFORE(ringBuffer->mutex, configParam->mutex);
-  RingBuffer* ringBuffer;                       // the handle's
-  HttpBaseConfigParam* configParam;             // the handle's
-  CURL* curl;                                   // made and used by the thread alone; cleaned up after it was joined
-  char* url ZV_GUARDED_BY(cond);                // owned, of the current task
-  int64_t rangeStart ZV_GUARDED_BY(cond);       // of the current request; -1 not set
+  RingBuffer* ringBuffer;                  // the handle's
+  HttpBaseConfigParam* configParam;        // the handle's
+  CURL* curl;                              // made and used by the thread alone; cleaned up after it was joined
+  char* url ZV_GUARDED_BY(cond);           // owned, of the current task
+  int64_t rangeStart ZV_GUARDED_BY(cond);  // of the current request; -1 not set
   int64_t rangeEnd ZV_GUARDED_BY(cond);
-  int64_t received ZV_GUARDED_BY(cond);         // body bytes this attempt has put into the ring buffer
+  int64_t received ZV_GUARDED_BY(cond);  // body bytes this attempt has put into the ring buffer
   int32_t buffWriteSegmentIdx ZV_GUARDED_BY(cond);
-  std::atomic<int32_t> responseCode;            // 0 unknown; 200 (also for 206); or the error status
-  std::atomic<int32_t> threadBusy;              // -1 until it first waits, and while it works; 0 while it waits
-  std::atomic<int32_t> notPaused;               // -1 runs; 0 paused on a full ring buffer
-  std::atomic<int32_t> performResult;           // PerformResult
+  std::atomic<int32_t> responseCode;   // 0 unknown; 200 (also for 206); or the error status
+  std::atomic<int32_t> threadBusy;     // -1 until it first waits, and while it works; 0 while it waits
+  std::atomic<int32_t> notPaused;      // -1 runs; 0 paused on a full ring buffer
+  std::atomic<int32_t> performResult;  // PerformResult
 
-  HttpBase* engine;                             // the handle
-  std::atomic<int32_t> alive;                   // ThreadLife; a dead one is never chosen nor waited for
-  std::atomic<int32_t> stopTask;                // 0; 1: the task is no longer wanted
-  std::atomic<int64_t> taskStart;               // first byte of the task: tells which tasks lie behind a failed one
-  std::atomic<int32_t> handOver;                // HandOver
-  std::atomic<int32_t> endFound;                // 0; 1: the resource ends within the task's range
-  std::atomic<CURLM*> multi;                    // as curl; others may only curl_multi_wakeup it
+  HttpBase* engine;                // the handle
+  std::atomic<int32_t> alive;      // ThreadLife; a dead one is never chosen nor waited for
+  std::atomic<int32_t> stopTask;   // 0; 1: the task is no longer wanted
+  std::atomic<int64_t> taskStart;  // first byte of the task: tells which tasks lie behind a failed one
+  std::atomic<int32_t> handOver;   // HandOver
+  std::atomic<int32_t> endFound;   // 0; 1: the resource ends within the task's range
+  std::atomic<CURLM*> multi;       // as curl; others may only curl_multi_wakeup it
   RangeGuard guard ZV_GUARDED_BY(cond);
   AnswerHead head ZV_GUARDED_BY(cond);
-  curl_slist* headers ZV_GUARDED_BY(cond);      // this transfer's own copy
-  uint32_t pausedBytes ZV_GUARDED_BY(cond);     // size of the block that was refused
-  int32_t reportedStatus ZV_GUARDED_BY(cond);   // error status already reported for this task, 0 none
-  int32_t answerStatus ZV_GUARDED_BY(cond);     // status of the current answer, 0 before it
-  bool attemptsExhausted ZV_GUARDED_BY(cond);   // beyond retryTimes
-  bool retryAsked ZV_GUARDED_BY(cond);          // the retry callback answered below 3000
-  bool bodyStarted ZV_GUARDED_BY(cond);         // of the current answer
-  int32_t attemptEnd ZV_GUARDED_BY(cond);       // AttemptEnd that a callback has decided on
+  curl_slist* headers ZV_GUARDED_BY(cond);     // this transfer's own copy
+  uint32_t pausedBytes ZV_GUARDED_BY(cond);    // size of the block that was refused
+  int32_t reportedStatus ZV_GUARDED_BY(cond);  // error status already reported for this task, 0 none
+  int32_t answerStatus ZV_GUARDED_BY(cond);    // status of the current answer, 0 before it
+  bool attemptsExhausted ZV_GUARDED_BY(cond);  // beyond retryTimes
+  bool retryAsked ZV_GUARDED_BY(cond);         // the retry callback answered below 3000
+  bool bodyStarted ZV_GUARDED_BY(cond);        // of the current answer
+  int32_t attemptEnd ZV_GUARDED_BY(cond);      // AttemptEnd that a callback has decided on
 };
 
 struct HttpBase {

@@ -69,8 +69,9 @@ bool WantsAnotherAttempt(HttpBaseServiceThread* record, uint32_t attempts, CURLc
   if (attempts <= allowed) {
     return true;
   }
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Thread[%d] exceed retry time of downloading %s, perform code=%d",
-         "ZVIner_ServicePerform", record->index, Printable(record->url), static_cast<int>(rc));
+  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
+         "%s: Thread[%d] exceed retry time of downloading %s, perform code=%d", "ZVIner_ServicePerform", record->index,
+         Printable(record->url), static_cast<int>(rc));
   record->attemptsExhausted = true;
   config->retryExhausted.store(kRetryExhausted);
   if (ask == nullptr || record->retryAsked) {

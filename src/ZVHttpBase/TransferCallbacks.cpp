@@ -93,8 +93,8 @@ void ReportRedirect(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
     return;
   }
   KeepRedirectUrl(config, target);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Url[%s] is redirected to url[%s]",
-         "ZVIner_HeaderCallback", Printable(record->url), target);
+  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Url[%s] is redirected to url[%s]", "ZVIner_HeaderCallback",
+         Printable(record->url), target);
   ReportCode(config, ZV_HTTP_CODE_REDIRECTED);
 }
 
@@ -125,8 +125,7 @@ bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(r
   config->answered.store(1);
   const bool askedWithoutRange = record->guard.withoutRange;
   AnswerFacts facts;
-  const Verdict verdict =
-      JudgeAnswer(&record->guard, record->head, status, config->fileContentLength.load(), &facts);
+  const Verdict verdict = JudgeAnswer(&record->guard, record->head, status, config->fileContentLength.load(), &facts);
   if (verdict != kAnswerFits) {
     record->attemptEnd = verdict == kAnswerAskAgain && !askedWithoutRange ? kAttemptMore : kAttemptRetry;
     return false;
@@ -200,9 +199,10 @@ void NoteFirstBodyBytes(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond)
   const HttpBaseConfigParam* const config = record->configParam;
   record->bodyStarted = true;
   if (config->singleConnection.load() == kHappened && config->rangeConfirmed.load() == kUnset) {
-    LumLog(LUM_LEVEL_ERROR, kLogTag, kLogPath, __LINE__,
-           "%s: Thread[%d] found that server not support Range of url[%s], we will use one connection to finish this download task.",
-           "ZVIner_StreamCallback", record->index, Printable(record->url));
+    LumLog(
+        LUM_LEVEL_ERROR, kLogTag, kLogPath, __LINE__,
+        "%s: Thread[%d] found that server not support Range of url[%s], we will use one connection to finish this download task.",
+        "ZVIner_StreamCallback", record->index, Printable(record->url));
   }
 }
 
@@ -292,8 +292,7 @@ size_t ZVIner_StreamCallback(char* bytes, size_t size, size_t nmemb, void* userD
     return len;  // dropped; the transfer is about to be ended
   }
   const size_t skipped = static_cast<size_t>(std::min<int64_t>(record->guard.skip, static_cast<int64_t>(len)));
-  const int64_t wanted =
-      std::min<int64_t>(static_cast<int64_t>(len - skipped), BytesAllowed(record->guard));
+  const int64_t wanted = std::min<int64_t>(static_cast<int64_t>(len - skipped), BytesAllowed(record->guard));
   const uint32_t count = static_cast<uint32_t>(wanted);
   if (count > 0) {
     const PushEnd end = PushBody(record, bytes + skipped, count);

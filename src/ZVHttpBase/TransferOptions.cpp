@@ -100,8 +100,7 @@ int32_t ZVIner_SetServiceThreadOpt(HttpBaseServiceThread* record) {
   SetLimits(record->curl);
   ZVIner_SetServiceThreadRangeOpt(record);
   if (curl_easy_setopt(record->curl, CURLOPT_ACCEPT_ENCODING, "gzip") != CURLE_OK ||
-      SetPlayerSettings(record) != CURLE_OK ||
-      curl_easy_setopt(record->curl, CURLOPT_URL, record->url) != CURLE_OK) {
+      SetPlayerSettings(record) != CURLE_OK || curl_easy_setopt(record->curl, CURLOPT_URL, record->url) != CURLE_OK) {
     return -1;
   }
   return 0;
