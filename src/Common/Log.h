@@ -10,7 +10,9 @@
 #define LOG_TRACE(format, ...) LOG_LINE(LUM_LEVEL_TRACE, __func__, format __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_ERROR(format, ...) LOG_LINE(LUM_LEVEL_ERROR, __func__, format __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_FAILURE(format, ...) LOG_LINE(LUM_LEVEL_FAILURE, __func__, format __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_TRACE_AS(name, format, ...) LOG_LINE(LUM_LEVEL_TRACE, name, format __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_ERROR_AS(name, format, ...) LOG_LINE(LUM_LEVEL_ERROR, name, format __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_FAILURE_AS(name, format, ...) LOG_LINE(LUM_LEVEL_FAILURE, name, format __VA_OPT__(, ) __VA_ARGS__)
 
 // A text that is safe to print.
 inline const char* Printable(const char* text) {

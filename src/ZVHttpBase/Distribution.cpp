@@ -50,11 +50,10 @@ void FinishDistribution(HttpBase* hb) {
 }
 
 int32_t RefuseUrl(HttpBase* hb) {
-  LumLog(LUM_LEVEL_FAILURE, kLogTag, kLogPath, __LINE__, "%s: Invalid url:%s", "ZVIner_ServiceDistribution",
-         Printable(hb->plan.url));
+  LOG_FAILURE_AS("ZVIner_ServiceDistribution", "%s: Invalid url:%s", Printable(hb->plan.url));
   hb->configParam.failed.store(1);
   if (hb->configParam.releaseFlag.load() != kHappened) {
-    ReportCode(&hb->configParam, ZV_HTTP_CODE_FAILED);
+    CallBack(&hb->configParam, ZV_HTTP_CODE_FAILED);
   }
   return -1;
 }
@@ -131,10 +130,10 @@ int32_t CodeOf(const HttpBaseServiceThread* record) {
   }
 }
 
-void ReportFailure(HttpBase* hb, int32_t code) {
+void ReportFailure(const char* name, HttpBase* hb, int32_t code) {
   hb->configParam.failed.store(1);
   if (!IsClosing(&hb->configParam)) {
-    ReportCode(&hb->configParam, code);
+    ReportCode(name, &hb->configParam, code);
   }
 }
 
@@ -168,7 +167,7 @@ int32_t ZVIner_SingleServiceThreadDistribution(HttpBase* hb) {
   const TaskSpec spec = {
       plan.whole ? kTaskWhole : kTaskRange, !plan.strict, plan.rangeStart, plan.rangeEnd, -1, 0, plan.url};
   if (record == nullptr || !GiveTask(record, spec)) {
-    ReportFailure(hb, ZV_HTTP_CODE_FAILED);
+    ReportFailure(__func__, hb, ZV_HTTP_CODE_FAILED);
     return 0;
   }
   LOG_TRACE("%s: Notify thread %u to download url:%s", static_cast<unsigned>(record->index), plan.url);
@@ -176,7 +175,7 @@ int32_t ZVIner_SingleServiceThreadDistribution(HttpBase* hb) {
   EndDownloadNormally(hb, record);
   const int32_t code = CodeOf(record);
   if (code != ZV_HTTP_CODE_OK) {
-    ReportFailure(hb, code);
+    ReportFailure(__func__, hb, code);
   }
   LOG_TRACE("%s: Single thread download[%s] finish.", plan.url);
   return 0;

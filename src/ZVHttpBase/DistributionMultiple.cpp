@@ -69,7 +69,7 @@ int32_t FinishWithFirst(HttpBase* hb, HttpBaseServiceThread* record) {
   if (code == ZV_HTTP_CODE_OK) {
     return 0;
   }
-  ReportFailure(hb, code);
+  ReportFailure("ZVIner_GetSegmentRangeByThreadExplore", hb, code);
   return -1;
 }
 
@@ -120,7 +120,7 @@ int32_t ZVIner_GetSegmentRangeByThreadExplore(HttpBase* hb, int32_t segLen, int6
   HttpBaseServiceThread* const record = ChooseIdleThread(hb);
   const TaskSpec spec = FirstTask(hb, segLen, start, end);
   if (record == nullptr || !GiveTask(record, spec)) {
-    ReportFailure(hb, ZV_HTTP_CODE_FAILED);
+    ReportFailure(__func__, hb, ZV_HTTP_CODE_FAILED);
     return -1;
   }
   EventWait(&hb->event, kEventWork, kWaitForEver,
@@ -190,10 +190,11 @@ int32_t ZVIner_CheckMultipleDownload(HttpBase* hb, int32_t connections) {
     if (code == ZV_HTTP_CODE_FAILED) {
       LOG_ERROR("%s: Download[%s] fail!", Printable(hb->plan.url));
     }
+    hb->configParam.failed.store(1);
     if (!IsClosing(&hb->configParam)) {
       LOG_TRACE("%s: serviceThread->configParam->cb code=%d", code);
+      CallBack(&hb->configParam, code);
     }
-    ReportFailure(hb, code);
     break;
   }
   return 0;

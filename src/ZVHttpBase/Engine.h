@@ -19,7 +19,9 @@ void ZVIner_NotifyServiceThreadsExit(HttpBase* hb);
 // ServiceThread.cpp
 int32_t ZVIner_ServiceThreadFunc(void* record);
 int32_t ZVIner_ServicePerform(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond);
-void ReportCode(HttpBaseConfigParam* config, int32_t code);
+void CallBack(HttpBaseConfigParam* config, int32_t code);
+// The same, with a log line under the name of the function that found out.
+void ReportCode(const char* name, HttpBaseConfigParam* config, int32_t code);
 
 // How an attempt ended, or what a callback wants to come of it.
 enum AttemptEnd : int32_t {
@@ -45,6 +47,8 @@ CURLcode RunTransfer(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond);
 size_t ZVIner_HeaderCallback(char* line, size_t size, size_t nitems, void* record);
 size_t ZVIner_StreamCallback(char* bytes, size_t size, size_t nmemb, void* record);
 int ZVIner_ProgressCallback(void* record, double dltotal, double dlnow, double ultotal, double ulnow);
+// Learns the length that an answer's header told, -1 when it told none.
+void ZVIner_GetContentLengthAndAllocRingBuffer(HttpBaseServiceThread* record, int64_t total) ZV_REQUIRES(record->cond);
 void ZVIner_ResizeRingBufferByContentLength(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond);
 // Reports 200 if this is the download's first good answer.
 void ReportOkOnce(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond);
@@ -71,7 +75,7 @@ void WaitWhileRunning(HttpBase* hb, HttpBaseServiceThread* record);
 void EndDownloadNormally(HttpBase* hb, HttpBaseServiceThread* lastWriter);
 int32_t CodeOf(const HttpBaseServiceThread* record);
 // Reports a failure code unless the handle is closing; marks the download as failed.
-void ReportFailure(HttpBase* hb, int32_t code);
+void ReportFailure(const char* name, HttpBase* hb, int32_t code);
 
 // DistributionMultiple.cpp
 int32_t ZVIner_MultipleServiceThreadDistribution(HttpBase* hb);

@@ -150,8 +150,8 @@ void ArmDownload(HttpBase* hb) {
 
 void LogReadFinish(HttpBaseConfigParam* config) {
   const MutexGuard guard(config->mutex);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Read finish, url[%s], range[%lld - %lld]",
-         "ZV_HttpBaseRead", Printable(config->url), Wide(config->rangeStart), Wide(config->rangeEnd));
+  LOG_TRACE_AS("ZV_HttpBaseRead", "%s: Read finish, url[%s], range[%lld - %lld]", Printable(config->url),
+               Wide(config->rangeStart), Wide(config->rangeEnd));
 }
 
 // Whoever waits for room may go on.

@@ -19,15 +19,15 @@ void LogDownload(HttpBase* hb, bool begins) {
   const char* const name = "ZVIner_MonitorThreadFunc";
   if (begins) {
     const int32_t threads = config->needDownloadComplete == 0 ? 1 : hb->threadNum.load();
-    LumLog(
-        LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
+    LOG_TRACE_AS(
+        name,
         "%s: Monitor thread of httpbase[%p] get signal, %d threads is waiting to perform url:%s, range[%lld - %lld]...",
-        name, static_cast<void*>(hb), threads, Printable(config->url), Wide(config->rangeStart),
-        Wide(config->rangeEnd));
+        static_cast<void*>(hb), threads, Printable(config->url), Wide(config->rangeStart), Wide(config->rangeEnd));
   } else {
-    LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
-           "%s: Monitor thread of httpbase[%p] finish download url:%s, range[%lld - %lld], waiting for task signal...",
-           name, static_cast<void*>(hb), Printable(config->url), Wide(config->rangeStart), Wide(config->rangeEnd));
+    LOG_TRACE_AS(
+        name,
+        "%s: Monitor thread of httpbase[%p] finish download url:%s, range[%lld - %lld], waiting for task signal...",
+        static_cast<void*>(hb), Printable(config->url), Wide(config->rangeStart), Wide(config->rangeEnd));
   }
 }
 
@@ -35,8 +35,7 @@ void RunDownload(HttpBase* hb) ZV_REQUIRES(hb->monitorCond) {
   hb->monitorTask = 0;
   hb->monitorBusy.store(-1);
   if (hb->configParam.closeFlag.load() == kHappened) {
-    LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: close  httpbase[%p] before download",
-           "ZVIner_MonitorThreadFunc", static_cast<void*>(hb));
+    LOG_TRACE_AS("ZVIner_MonitorThreadFunc", "%s: close  httpbase[%p] before download", static_cast<void*>(hb));
     return;
   }
   LogDownload(hb, true);

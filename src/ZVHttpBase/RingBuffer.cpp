@@ -260,7 +260,7 @@ int32_t ZVIner_RingBufferPushAndTell(RingBuffer* rb, int32_t fragmentIdx, int32_
   }
   *nextIdx = fragmentIdx;
   if (rb->notReady != 0) {
-    LOG_ERROR("%s: Buffer is not ready!");
+    LOG_ERROR_AS("ZVIner_RingBufferPush", "%s: Buffer is not ready!");
     return kRingFailed;
   }
   const PushFit fit = FitOf(rb, fragmentIdx, len);
@@ -272,18 +272,20 @@ int32_t ZVIner_RingBufferPushAndTell(RingBuffer* rb, int32_t fragmentIdx, int32_
     *nextIdx = count == room ? next : fragmentIdx;
     return kRingOk;
   }
-  LOG_TRACE("%s: [%p]write two fragmentIdx=%d, msglen=%u, next state=%d, nextwriteData=%d", static_cast<void*>(rb),
-            fragmentIdx, len, rb->fragments[next].state, rb->fragments[next].dataLen);
+  LOG_TRACE_AS("ZVIner_RingBufferPush", "%s: [%p]write two fragmentIdx=%d, msglen=%u, next state=%d, nextwriteData=%d",
+               static_cast<void*>(rb), fragmentIdx, len, rb->fragments[next].state, rb->fragments[next].dataLen);
   if (fit == kPushNextBusy) {
-    LOG_TRACE(
+    LOG_TRACE_AS(
+        "ZVIner_RingBufferPush",
         "%s: [%p]buffer is not enough, download should be paused, fragmentIdx=%d, msglen=%u, next state=%d, nextwriteData=%d",
         static_cast<void*>(rb), fragmentIdx, len, rb->fragments[next].state, rb->fragments[next].dataLen);
     *busy = true;
     return kRingFailed;
   }
   if (fit == kPushTooLong) {
-    LOG_FAILURE("%s: Message length[%u] too long to write to fragment %u, please increase segment Length", len,
-                static_cast<unsigned>(fragmentIdx));
+    LOG_FAILURE_AS("ZVIner_RingBufferPush",
+                   "%s: Message length[%u] too long to write to fragment %u, please increase segment Length", len,
+                   static_cast<unsigned>(fragmentIdx));
     return kRingFailed;
   }
   if (room > 0) {

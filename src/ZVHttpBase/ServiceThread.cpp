@@ -69,9 +69,8 @@ bool WantsAnotherAttempt(HttpBaseServiceThread* record, uint32_t attempts, CURLc
   if (attempts <= allowed) {
     return true;
   }
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__,
-         "%s: Thread[%d] exceed retry time of downloading %s, perform code=%d", "ZVIner_ServicePerform", record->index,
-         Printable(record->url), static_cast<int>(rc));
+  LOG_TRACE_AS("ZVIner_ServicePerform", "%s: Thread[%d] exceed retry time of downloading %s, perform code=%d",
+               record->index, Printable(record->url), static_cast<int>(rc));
   record->attemptsExhausted = true;
   config->retryExhausted.store(kRetryExhausted);
   if (ask == nullptr || record->retryAsked) {
@@ -148,14 +147,13 @@ AttemptEnd RunAttempts(HttpBaseServiceThread* record, CURLcode* rc) ZV_REQUIRES(
 }
 
 void PerformTask(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Thread[%d] is to perform range[%lld-%lld], url:%s",
-         "ZVIner_ServiceThreadFunc", record->index, Wide(record->rangeStart), Wide(record->rangeEnd),
-         Printable(record->url));
+  LOG_TRACE_AS("ZVIner_ServiceThreadFunc", "%s: Thread[%d] is to perform range[%lld-%lld], url:%s", record->index,
+               Wide(record->rangeStart), Wide(record->rangeEnd), Printable(record->url));
   ZVIner_RingBufferClaim(record->ringBuffer, record->buffWriteSegmentIdx);
   ZVIner_ServicePerform(record);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Thread[%d] perform result:%u, range[%lld-%lld], url:%s",
-         "ZVIner_ServiceThreadFunc", record->index, static_cast<unsigned>(record->performResult.load()),
-         Wide(record->rangeStart), Wide(record->rangeEnd), Printable(record->url));
+  LOG_TRACE_AS("ZVIner_ServiceThreadFunc", "%s: Thread[%d] perform result:%u, range[%lld-%lld], url:%s", record->index,
+               static_cast<unsigned>(record->performResult.load()), Wide(record->rangeStart), Wide(record->rangeEnd),
+               Printable(record->url));
 }
 
 // Waits until there is a task, or nothing more to do.
@@ -181,9 +179,13 @@ bool MakeLibcurlHandles(HttpBaseServiceThread* record) {
 
 }  // namespace
 
-void ReportCode(HttpBaseConfigParam* config, int32_t code) {
-  LOG_TRACE("%s: Response code callback, code=%d", code);
+void CallBack(HttpBaseConfigParam* config, int32_t code) {
   config->cb(config->cbUserData, code);
+}
+
+void ReportCode(const char* name, HttpBaseConfigParam* config, int32_t code) {
+  LOG_TRACE_AS(name, "%s: Response code callback, code=%d", code);
+  CallBack(config, code);
 }
 
 int32_t ZVIner_ServicePerform(HttpBaseServiceThread* record) {

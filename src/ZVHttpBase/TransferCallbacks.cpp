@@ -26,7 +26,7 @@ void LogHeaderLine(std::string_view line) {
   const size_t length = std::min(line.size(), sizeof text - 1);
   memcpy(text, line.data(), length);
   text[length] = '\0';
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s, %s", "ZVIner_HeaderCallback", text);
+  LOG_TRACE_AS("ZVIner_HeaderCallback", "%s, %s", text);
 }
 
 // The first key that occurs in the line gets the value; memory that runs out leaves the old one.
@@ -93,27 +93,35 @@ void ReportRedirect(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
     return;
   }
   KeepRedirectUrl(config, target);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Url[%s] is redirected to url[%s]", "ZVIner_HeaderCallback",
-         Printable(record->url), target);
-  ReportCode(config, ZV_HTTP_CODE_REDIRECTED);
+  LOG_TRACE_AS("ZVIner_HeaderCallback", "%s: Url[%s] is redirected to url[%s]", Printable(record->url), target);
+  ReportCode("ZVIner_HeaderCallback", config, ZV_HTTP_CODE_REDIRECTED);
 }
 
 // The length is published last: whoever sees it sees what it rests on.
-void LearnLength(HttpBaseServiceThread* record, const AnswerFacts& facts) ZV_REQUIRES(record->cond) {
+void LearnFromRange(HttpBaseServiceThread* record, int64_t total) ZV_REQUIRES(record->cond) {
   HttpBaseConfigParam* const config = record->configParam;
-  if (facts.rangesConfirmed && !record->head.encoded) {
+  config->contentRangeSeen.store(kHappened);
+  config->fileContentLength.store(total);
+  ZVIner_ResizeRingBufferByContentLength(record);
+  LOG_TRACE_AS("ZVIner_HeaderCallback", "%s: Thread[%d] get file contentLength:%lld of url[%s]", record->index,
+               Wide(total), Printable(record->url));
+}
+
+void LearnFromAnswer(HttpBaseServiceThread* record, const AnswerFacts& facts) ZV_REQUIRES(record->cond) {
+  HttpBaseConfigParam* const config = record->configParam;
+  if (record->head.encoded) {
+    config->contentEncoded.store(1);
+  } else if (facts.rangesConfirmed) {
     config->rangeConfirmed.store(kHappened);
   }
-  const int64_t known = config->fileContentLength.load();
-  if (known > 0 || (known == 0 && facts.total <= 0)) {
+  if (config->fileContentLength.load() > 0) {
     return;
   }
   if (facts.totalFromRange) {
-    config->contentRangeSeen.store(kHappened);
+    LearnFromRange(record, facts.total);
+  } else {
+    ZVIner_GetContentLengthAndAllocRingBuffer(record, facts.total);
   }
-  config->fileContentLength.store(facts.total > 0 ? facts.total : 0);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: Thread[%d] get file contentLength:%lld of url[%s]",
-         "ZVIner_HeaderCallback", record->index, Wide(facts.total), Printable(record->url));
 }
 
 bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(record->cond) {
@@ -130,11 +138,7 @@ bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(r
     record->attemptEnd = verdict == kAnswerAskAgain && !askedWithoutRange ? kAttemptMore : kAttemptRetry;
     return false;
   }
-  if (record->head.encoded) {
-    config->contentEncoded.store(1);
-  }
-  LearnLength(record, facts);
-  ZVIner_ResizeRingBufferByContentLength(record);
+  LearnFromAnswer(record, facts);
   if (facts.handOver != kHandOverUndecided) {
     record->guard.kind = kTaskRange;
     record->handOver.store(facts.handOver);
@@ -166,7 +170,7 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
   config->failed.store(1);
   if (record->reportedStatus != code) {
     record->reportedStatus = code;
-    ReportCode(config, code);
+    ReportCode("ZVIner_HeaderCallback", config, code);
   }
   if (!first) {
     record->attemptEnd = record->guard.kind == kTaskWhole ? kAttemptRetry : kAttemptGiveUp;
@@ -199,10 +203,10 @@ void NoteFirstBodyBytes(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond)
   const HttpBaseConfigParam* const config = record->configParam;
   record->bodyStarted = true;
   if (config->singleConnection.load() == kHappened && config->rangeConfirmed.load() == kUnset) {
-    LumLog(
-        LUM_LEVEL_ERROR, kLogTag, kLogPath, __LINE__,
+    LOG_ERROR_AS(
+        "ZVIner_StreamCallback",
         "%s: Thread[%d] found that server not support Range of url[%s], we will use one connection to finish this download task.",
-        "ZVIner_StreamCallback", record->index, Printable(record->url));
+        record->index, Printable(record->url));
   }
 }
 
@@ -211,7 +215,7 @@ enum PushEnd { kPushed, kPushPaused, kPushFailed };
 void Pause(HttpBaseServiceThread* record, uint32_t count) ZV_REQUIRES(record->cond) {
   // A paused transfer must not be aborted as too slow.
   curl_easy_setopt(record->curl, CURLOPT_LOW_SPEED_LIMIT, 0L);
-  LumLog(LUM_LEVEL_TRACE, kLogTag, kLogPath, __LINE__, "%s: set stream pause", "ZVIner_StreamCallback");
+  LOG_TRACE_AS("ZVIner_StreamCallback", "%s: set stream pause");
   record->pausedBytes = count;
   record->notPaused.store(0);
 }
@@ -251,7 +255,7 @@ void CountBytes(HttpBaseServiceThread* record, uint32_t count) ZV_REQUIRES(recor
 void ReportOkOnce(HttpBaseServiceThread* record) {
   HttpBaseConfigParam* const config = record->configParam;
   if (record->responseCode.load() == ZV_HTTP_CODE_OK && config->okCodePending.exchange(kHappened) == kUnset) {
-    ReportCode(config, ZV_HTTP_CODE_OK);
+    ReportCode("ZVIner_StreamCallback", config, ZV_HTTP_CODE_OK);
   }
 }
 
@@ -321,6 +325,12 @@ int ZVIner_ProgressCallback(void* userData, double, double, double, double) {
   }
   LOG_FAILURE("%s: Thread[%d] get signal to stop downloading, url=%s, return", record->index, Printable(record->url));
   return -1;
+}
+
+void ZVIner_GetContentLengthAndAllocRingBuffer(HttpBaseServiceThread* record, int64_t total) {
+  LOG_TRACE("%s: Get file contentLength:%f of url[%s]", static_cast<double>(total), Printable(record->url));
+  record->configParam->fileContentLength.store(total > 0 ? total : 0);
+  ZVIner_ResizeRingBufferByContentLength(record);
 }
 
 void ZVIner_ResizeRingBufferByContentLength(HttpBaseServiceThread* record) {
