@@ -123,8 +123,9 @@ ZV_HTTP_BASE_API void ZV_HttpBaseCleanUserAgent(HttpBase* hb);
 ZV_HTTP_BASE_API void ZV_HttpBaseSetDevice(HttpBase* hb, const char* device);
 ZV_HTTP_BASE_API void ZV_HttpBaseCleanDevice(HttpBase* hb);
 
-/* Adds a header line, "Name: value", to the next request and all after it; the same line may be added twice. Default, and
- * after Clean: "Connection: keep-alive" and "DownLoadRate: 20000.0". */
+/* Adds a header line, "Name: value", to the next request and all after it; the same line may be added twice. A line
+ * named Range would take the place of the library's own and fail the download: use ZV_HttpBaseSetRange. Default, and after
+ * Clean: "Connection: keep-alive" and "DownLoadRate: 20000.0". */
 ZV_HTTP_BASE_API void ZV_HttpBaseSetReqHeader(HttpBase* hb, const char* headerLine);
 ZV_HTTP_BASE_API void ZV_HttpBaseCleanReqHeader(HttpBase* hb);
 

@@ -1,6 +1,8 @@
 // The body of one download, on the monitor thread, which holds monitorCond throughout. It takes a service thread's cond
 // only while that thread is idle: to give it a task or to see where it stopped. It never waits for a transfer in any other
 // way than on the engine's event, and does not return while a service thread still works on the download.
+#include <algorithm>
+
 #include "ZVHttpBase/Engine.h"
 
 namespace {
@@ -18,8 +20,12 @@ void TakePlan(HttpBase* hb) {
   HttpBaseConfigParam* const config = &hb->configParam;
   const MutexGuard guard(config->mutex);
   hb->plan.url = config->url == nullptr ? nullptr : CopyText(config->url);
-  hb->plan.rangeStart = config->rangeStart;
-  hb->plan.rangeEnd = config->rangeEnd;
+  hb->plan.rangeStart = std::min(config->rangeStart, kMostContentBytes - 1);
+  hb->plan.rangeEnd = config->rangeEnd >= kMostContentBytes ? -1 : config->rangeEnd;
+  if (hb->plan.rangeEnd >= 0 && hb->plan.rangeStart > hb->plan.rangeEnd) {
+    hb->plan.rangeStart = -1;  // a start behind the end asks for everything
+    hb->plan.rangeEnd = -1;
+  }
   hb->plan.threadNum = hb->threadNum.load();
   hb->plan.segLen = config->downloadSegLen;
   hb->plan.whole = config->needDownloadComplete == 0;
@@ -43,6 +49,7 @@ void ForgetEarlierDownload(HttpBase* hb) {
 
 // Every way out leaves the ring buffer readable, with what arrived or nothing, so that a reader finds the end.
 void FinishDistribution(HttpBase* hb) {
+  hb->configParam.downSpeed.store(CurrentDownSpeed(&hb->configParam));
   ZVIner_RingBufferEndWriting(&hb->ringBuffer);
   hb->configParam.downloadRunning.store(0);
   ZV_Free(&hb->plan.url);
@@ -87,6 +94,7 @@ HttpBaseServiceThread* ChooseIdleThread(HttpBase* hb) {
 
 bool GiveTask(HttpBaseServiceThread* record, const TaskSpec& spec) {
   const ConditionGuard guard(record->cond);
+  record->taskStart.store(spec.start);
   if (!ReplaceText(&record->url, spec.url)) {
     return false;
   }
@@ -96,7 +104,6 @@ bool GiveTask(HttpBaseServiceThread* record, const TaskSpec& spec) {
   record->buffWriteSegmentIdx = spec.fragmentIdx;
   record->guard = MakeRangeGuard(spec.kind, spec.asItComes, spec.start, spec.end, spec.wholeLast);
   record->reportedStatus = 0;
-  record->taskStart.store(spec.start);
   record->stopTask.store(0);
   record->endFound.store(0);
   record->handOver.store(kHandOverUndecided);
@@ -132,9 +139,7 @@ int32_t CodeOf(const HttpBaseServiceThread* record) {
 
 void ReportFailure(const char* name, HttpBase* hb, int32_t code) {
   hb->configParam.failed.store(1);
-  if (!IsClosing(&hb->configParam)) {
-    ReportCode(name, &hb->configParam, code);
-  }
+  ReportCode(name, &hb->configParam, code);
 }
 
 int32_t ZVIner_ServiceDistribution(HttpBase* hb) {

@@ -85,12 +85,9 @@ int32_t WaitForFirstRange(HttpBase* hb, HttpBaseServiceThread* record) {
 TaskSpec FirstTask(const HttpBase* hb, int32_t segLen, int64_t start, int64_t end) {
   const bool callersRange = (start >= 0 || end >= 0) && !hb->plan.strict;
   const int64_t first = std::max<int64_t>(start, 0);
-  // A start behind the end asks for everything.
-  const int64_t wanted = end >= 0 && first > end ? -1 : end;
-  const int64_t from = end >= 0 && first > end ? 0 : first;
-  const int64_t most = from > INT64_MAX - segLen ? INT64_MAX : from + segLen - 1;
-  const int64_t last = wanted < 0 ? most : std::min(wanted, most);
-  return {kTaskExplore, callersRange, from, last, wanted, 0, hb->plan.url};
+  const int64_t most = first + segLen - 1;
+  const int64_t last = end < 0 ? most : std::min(end, most);
+  return {kTaskExplore, callersRange, first, last, end, 0, hb->plan.url};
 }
 
 }  // namespace

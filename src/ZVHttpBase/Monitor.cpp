@@ -36,6 +36,7 @@ void RunDownload(HttpBase* hb) ZV_REQUIRES(hb->monitorCond) {
   hb->monitorBusy.store(-1);
   if (hb->configParam.closeFlag.load() == kHappened) {
     LOG_TRACE_AS("ZVIner_MonitorThreadFunc", "%s: close  httpbase[%p] before download", static_cast<void*>(hb));
+    hb->configParam.downloadRunning.store(0);
     return;
   }
   LogDownload(hb, true);

@@ -41,17 +41,23 @@ struct AnswerHead {
 };
 
 struct RangeGuard {
+  // What the task was given.
   TaskKind kind;
-  bool asItComes;     // the player's own range: what a server that ignores it sends is delivered uncut
+  bool asItComes;      // the player's own range: what a server that ignores it sends is delivered uncut
+  int64_t askedStart;  // -1: not set
+  int64_t askedEnd;    // -1: to the end; the number of bytes when only it is set ("the last n bytes")
+  int64_t wholeLast;   // kTaskExplore: the last byte of the whole download, -1: to the end
+
+  // What became of it. As long as nothing was delivered every attempt starts from what was given (RestartGuard).
   bool lastBytes;     // the task is "the last n bytes"
+  bool withoutRange;  // ask for everything: the ranges of a packed answer cannot be used
+  bool fromStart;     // every attempt begins where the first began, and what was delivered is skipped
+  bool wholeBody;     // the body of an error: delivered as it is
   int64_t first;      // position of the task's first byte; -1: not known before the answer (the last n bytes)
   int64_t last;       // position of its last byte; -1: as far as the answer goes
-  int64_t wholeLast;  // kTaskExplore: the last byte of the whole download, -1: to the end
   int64_t delivered;  // bytes delivered by all attempts so far
   int64_t skip;       // bytes of the current answer still to drop
   int64_t answerEnd;  // position behind the last byte that the current answer promised; -1: it promised nothing
-  bool withoutRange;  // ask for everything: the ranges of a packed answer cannot be used
-  bool fromStart;     // every attempt begins where the first began, and what was delivered is skipped
 };
 
 // What to do with an answer.
@@ -71,9 +77,16 @@ struct AnswerFacts {
 
 RangeGuard MakeRangeGuard(TaskKind kind, bool asItComes, int64_t start, int64_t end, int64_t wholeLast);
 
+// Forgets what an answer that delivered nothing has said.
+void RestartGuard(RangeGuard* guard);
+// The hand-over is decided: from now on the task is an ordinary range, to the end of the download if nobody helps.
+void SettleHandOver(RangeGuard* guard, HandOver handOver);
+
 // Position of the byte that must come next, -1 when it is not known before the answer.
 int64_t NextPosition(const RangeGuard& guard);
-// Bytes that may still be delivered; INT64_MAX when nothing limits them.
+// Bytes that the task still owes; INT64_MAX when its end is not known.
+int64_t BytesOwed(const RangeGuard& guard);
+// Bytes that the current answer may still deliver: no more than are owed and than it promised.
 int64_t BytesAllowed(const RangeGuard& guard);
 // Every byte that the task owes is there. Never true while its end is not known.
 bool IsComplete(const RangeGuard& guard);

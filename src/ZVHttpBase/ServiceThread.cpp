@@ -18,6 +18,9 @@ void BeginAttempt(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
   record->answerStatus = 0;
   record->bodyStarted = false;
   record->attemptEnd = kAttemptOpen;
+  if (record->guard.delivered == 0) {
+    RestartGuard(&record->guard);
+  }
   record->guard.skip = 0;
   record->guard.answerEnd = -1;
   record->head = AnswerHead{};
@@ -33,7 +36,8 @@ AttemptEnd JudgeGoodEnd(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond)
   if (record->guard.last < 0) {
     return kAttemptComplete;  // as far as the answer went
   }
-  if (record->head.encoded || (record->answerStatus == 200 && record->configParam->fileContentLength.load() <= 0)) {
+  const bool lengthUnknown = record->configParam->fileContentLength.load() <= 0;
+  if ((record->head.encoded || record->answerStatus == 200) && lengthUnknown) {
     record->endFound.store(1);  // everything there is, and it was less than asked for
     return kAttemptComplete;
   }
@@ -51,7 +55,9 @@ AttemptEnd JudgeAttempt(HttpBaseServiceThread* record, CURLcode rc) ZV_REQUIRES(
     return kAttemptComplete;
   }
   if (rc != CURLE_OK || record->answerStatus == 0) {
-    return kAttemptRetry;
+    // What follows the piece of an error's body would be something else.
+    return record->guard.wholeBody && record->guard.delivered > 0 && record->guard.kind != kTaskWhole ? kAttemptGiveUp
+                                                                                                      : kAttemptRetry;
   }
   return IsGoodAnswer(record) ? JudgeGoodEnd(record) : kAttemptComplete;
 }
@@ -100,7 +106,7 @@ int64_t RetryPauseMs(HttpBaseConfigParam* config) {
 // The next request begins at the first byte that is missing.
 void ResumeRange(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
   if (record->guard.lastBytes) {
-    record->rangeEnd -= record->received;
+    record->rangeEnd = BytesOwed(record->guard);
   } else if (record->guard.delivered > 0 && !record->guard.fromStart) {
     record->rangeStart = NextPosition(record->guard);
     record->rangeEnd = record->guard.last;
@@ -156,16 +162,28 @@ void PerformTask(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
                Printable(record->url));
 }
 
-// Waits until there is a task, or nothing more to do.
-void WaitForTask(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
+// Waits for a task; false when the handle is released instead.
+bool WaitForTask(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
   record->received = 0;
   record->threadBusy.store(0);
+  record->alive.store(kLifeAlive);
   EventRaise(&record->engine->event, kEventWork);
   while (record->performResult.load() != kPerformRunning && record->configParam->releaseFlag.load() != kHappened) {
     ZV_ConditionWait(record->cond);
   }
+  if (record->configParam->releaseFlag.load() == kHappened) {
+    return false;
+  }
   record->notPaused.store(kUnset);
   record->threadBusy.store(-1);
+  return true;
+}
+
+// The thread is about to end: nobody may wait for it any more.
+void LeaveService(HttpBaseServiceThread* record) {
+  record->performResult.store(kPerformDone);
+  record->alive.store(kLifeDead);
+  EventRaise(&record->engine->event, kEventWork);
 }
 
 bool MakeLibcurlHandles(HttpBaseServiceThread* record) {
@@ -184,8 +202,10 @@ void CallBack(HttpBaseConfigParam* config, int32_t code) {
 }
 
 void ReportCode(const char* name, HttpBaseConfigParam* config, int32_t code) {
-  LOG_TRACE_AS(name, "%s: Response code callback, code=%d", code);
-  CallBack(config, code);
+  if (!IsClosing(config)) {
+    LOG_TRACE_AS(name, "%s: Response code callback, code=%d", code);
+    CallBack(config, code);
+  }
 }
 
 int32_t ZVIner_ServicePerform(HttpBaseServiceThread* record) {
@@ -220,16 +240,13 @@ int32_t ZVIner_ServiceThreadFunc(void* argument) {
     return -1;
   }
   const ConditionGuard guard(record->cond);
-  record->alive.store(kLifeAlive);
-  WaitForTask(record);
-  while (record->configParam->releaseFlag.load() != kHappened) {
+  while (WaitForTask(record)) {
     if (record->configParam->closeFlag.load() == kHappened) {
       record->performResult.store(kPerformDone);
     } else {
       PerformTask(record);
     }
-    WaitForTask(record);
   }
-  record->performResult.store(kPerformDone);
+  LeaveService(record);
   return 0;
 }

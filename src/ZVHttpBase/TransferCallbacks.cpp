@@ -74,7 +74,7 @@ void NoteHeader(AnswerHead* head, std::string_view line) {
   } else if (EqualIgnoringCase(field.name, "Transfer-Encoding")) {
     head->chunked = true;
   } else if (EqualIgnoringCase(field.name, "Location")) {
-    head->located = !field.value.empty();
+    head->located = head->located || !field.value.empty();
   }
 }
 
@@ -124,6 +124,12 @@ void LearnFromAnswer(HttpBaseServiceThread* record, const AnswerFacts& facts) ZV
   }
 }
 
+void PublishHandOver(HttpBaseServiceThread* record, HandOver handOver) ZV_REQUIRES(record->cond) {
+  SettleHandOver(&record->guard, handOver);
+  record->handOver.store(handOver);
+  EventRaise(&record->engine->event, kEventWork);
+}
+
 bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(record->cond) {
   HttpBaseConfigParam* const config = record->configParam;
   if (config->redirectSeen.load() == kHappened) {
@@ -131,6 +137,9 @@ bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(r
   }
   record->responseCode.store(ZV_HTTP_CODE_OK);
   config->answered.store(1);
+  if (record->reportedStatus != 0) {
+    config->failed.store(0);  // the error before this answer delivered nothing
+  }
   const bool askedWithoutRange = record->guard.withoutRange;
   AnswerFacts facts;
   const Verdict verdict = JudgeAnswer(&record->guard, record->head, status, config->fileContentLength.load(), &facts);
@@ -140,9 +149,7 @@ bool TakeGoodAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(r
   }
   LearnFromAnswer(record, facts);
   if (facts.handOver != kHandOverUndecided) {
-    record->guard.kind = kTaskRange;
-    record->handOver.store(facts.handOver);
-    EventRaise(&record->engine->event, kEventWork);
+    PublishHandOver(record, facts.handOver);
   }
   return record->attemptEnd == kAttemptOpen;
 }
@@ -167,7 +174,6 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
   const bool first = config->answered.exchange(1) == 0;
   const int32_t code = status == kStatusGone ? ZV_HTTP_CODE_UNREACHABLE : static_cast<int32_t>(status);
   record->responseCode.store(code);
-  config->failed.store(1);
   if (record->reportedStatus != code) {
     record->reportedStatus = code;
     ReportCode("ZVIner_HeaderCallback", config, code);
@@ -176,11 +182,10 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
     record->attemptEnd = record->guard.kind == kTaskWhole ? kAttemptRetry : kAttemptGiveUp;
     return false;
   }
-  const TaskKind kind = record->guard.kind;
-  record->guard = MakeRangeGuard(kind == kTaskWhole ? kTaskWhole : kTaskRange, false, -1, -1, -1);
-  if (kind == kTaskExplore) {
-    record->handOver.store(kHandOverNone);
-    EventRaise(&record->engine->event, kEventWork);
+  config->failed.store(1);
+  record->guard.wholeBody = true;
+  if (record->guard.kind == kTaskExplore) {
+    PublishHandOver(record, kHandOverNone);
   }
   return true;
 }
@@ -288,13 +293,17 @@ size_t ZVIner_StreamCallback(char* bytes, size_t size, size_t nmemb, void* userD
   HttpBaseServiceThread* const record = static_cast<HttpBaseServiceThread*>(userData);
   AssertHeld(record->cond);
   const size_t len = size * nmemb;
+  if (len == 0 || IsStopped(record)) {
+    return len;  // dropped; the transfer is about to be ended
+  }
+  if (record->answerStatus == 0) {
+    record->attemptEnd = kAttemptRetry;  // a body that belongs to no answer
+    return 0;
+  }
   if (!record->bodyStarted) {
     NoteFirstBodyBytes(record);
   }
   ReportOkOnce(record);
-  if (len == 0 || IsStopped(record)) {
-    return len;  // dropped; the transfer is about to be ended
-  }
   const size_t skipped = static_cast<size_t>(std::min<int64_t>(record->guard.skip, static_cast<int64_t>(len)));
   const int64_t wanted = std::min<int64_t>(static_cast<int64_t>(len - skipped), BytesAllowed(record->guard));
   const uint32_t count = static_cast<uint32_t>(wanted);
@@ -311,7 +320,8 @@ size_t ZVIner_StreamCallback(char* bytes, size_t size, size_t nmemb, void* userD
   }
   record->guard.skip -= static_cast<int64_t>(skipped);
   if (skipped + count < len) {
-    record->attemptEnd = kAttemptComplete;  // what follows lies behind the end
+    // What follows lies behind the end, of the task or of what this answer said that it brings.
+    record->attemptEnd = IsComplete(record->guard) ? kAttemptComplete : kAttemptMore;
     return 0;
   }
   return len;
