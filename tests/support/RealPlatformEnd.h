@@ -1,0 +1,27 @@
+// See RealPlatformBegin.h. The header of the platform may be included again behind it, under its own names.
+#undef ZVMutex
+#undef ZVCondition
+#undef ZVThread
+#undef ZVThreadFunction
+#undef ZV_MutexInit
+#undef ZV_MutexLock
+#undef ZV_MutexUnlock
+#undef ZV_MutexRelease
+#undef ZV_ConditionInit
+#undef ZV_ConditionLock
+#undef ZV_ConditionUnlock
+#undef ZV_ConditionWait
+#undef ZV_ConditionWaitFor
+#undef ZV_ConditionSignal
+#undef ZV_ConditionRelease
+#undef ZV_ThreadInit
+#undef ZV_ThreadJoin
+#undef ZV_ThreadRelease
+#undef ZV_Malloc
+#undef ZV_Calloc
+#undef ZV_Free
+#undef ZV_SleepFor
+#undef ZV_ChronoGetTick
+#undef ZV_Atoll
+#undef ZV_Strnicmp
+#undef PLATFORM_ZV_BASE_H
