@@ -1,0 +1,206 @@
+// zvhttp: the downloader on the command line. This file reads the arguments; each command has a file of its own.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <map>
+#include <string>
+
+#include "Get.h"
+#include "LumLog.h"
+#include "Serve.h"
+#include "Signals.h"
+#include "System.h"
+#include "Text.h"
+
+namespace {
+
+constexpr int32_t kNoLimit = std::numeric_limits<int32_t>::max();
+
+constexpr const char* kExitCodes = R"(Exit codes:
+  0    done
+  1    internal error (memory ran out)
+  2    bad arguments, nothing was attempted
+  3    transfer failed: bad URL, no connection, time-out, broken off, too few bytes
+  4    the server answered with an HTTP error status
+  5    the output cannot be written (disk full, no permission, closed pipe)
+  130  interrupted (SIGINT)
+  143  terminated (SIGTERM)
+)";
+
+constexpr const char* kGetExamples = R"(Examples:
+  zvhttp get http://host/film.mp4                        writes film.mp4
+  zvhttp get -n 5 --stats -o /tmp/film http://host/film  over five connections
+  zvhttp get --range -1000 -o - http://host/film | xxd   the last 1000 bytes
+
+A file gets its name when it is complete; until then it is a hidden temporary file next to it.
+)";
+
+constexpr const char* kServeExamples = R"(Examples:
+  zvhttp serve /srv/media --port 8080
+  zvhttp serve --pattern 1000000000    1 GB of synthetic bytes under /pattern/1000000000
+
+The URL is printed on standard output, a line per request on standard error. Ends with 0 on SIGINT and SIGTERM.
+)";
+
+// An empty text accepts; any other is the error that CLI11 shows.
+std::string CheckRange(const std::string& text) {
+  int64_t first = 0;
+  int64_t last = 0;
+  return ParseRangeText(text, &first, &last) ? "" : "'" + text + "' is not FIRST-LAST, FIRST- or -COUNT";
+}
+
+std::string CheckOneLine(const std::string& text) {
+  return text.find_first_of("\r\n") == std::string::npos ? "" : "line breaks are not allowed";
+}
+
+std::string CheckHeaderLine(const std::string& text) {
+  const size_t colon = text.find(':');
+  if (colon == 0 || colon == std::string::npos) {
+    return "'" + text + "' is not 'Name: value'";
+  }
+  return CheckOneLine(text);
+}
+
+std::string CheckNotEmpty(const std::string& text) {
+  return text.empty() ? "must not be empty" : CheckOneLine(text);
+}
+
+CLI::Validator Named(std::string (*check)(const std::string&)) {
+  return {check, "", ""};
+}
+
+void AddRequestOptions(CLI::App* app, CommonOptions* options) {
+  app->add_option("-H,--header", options->requestHeaders, "Add a request header line, 'Name: value'; repeatable")
+      ->type_name("LINE")
+      ->expected(1)
+      ->take_all()
+      ->allow_extra_args(false)
+      ->check(Named(CheckHeaderLine));
+  app->add_option("-A,--user-agent", options->userAgent, "User-Agent instead of ZOVEX/1.0")
+      ->type_name("AGENT")
+      ->check(Named(CheckOneLine));
+  app->add_option("--interface", options->interfaceName, "Send from this network interface, address or host name")
+      ->type_name("NAME")
+      ->check(Named(CheckNotEmpty));
+  app->add_option("--retries", options->retries, "Attempts after the first one; -1: without end; default 2")
+      ->type_name("N")
+      ->check(CLI::Range(-1, kNoLimit));
+  // The largest number means the default to the library.
+  app->add_option("--retry-delay", options->retryDelayMs, "Milliseconds between attempts; default 3000")
+      ->type_name("MS")
+      ->check(CLI::Range(0, kNoLimit - 1));
+}
+
+void AddReportOptions(CLI::App* app, CommonOptions* options) {
+  const std::map<std::string, int32_t> levels = {
+      {"trace", LUM_LEVEL_TRACE}, {"error", LUM_LEVEL_ERROR}, {"failure", LUM_LEVEL_FAILURE}};
+  app->add_option("--header-key", options->headerKeys, "Report the value of this response header; repeatable")
+      ->type_name("KEY")
+      ->expected(1)
+      ->take_all()
+      ->allow_extra_args(false)
+      ->check(Named(CheckNotEmpty));
+  app->add_flag("--stats", options->stats, "Print a table of figures on standard error at the end");
+  app->add_flag("--json", options->json,
+                "Print a JSON object at the end, on failure too; on standard output, with -o - on standard error");
+  app->add_option("--log", options->logLevel, "Log lines on standard error from this level on: trace, error, failure")
+      ->type_name("LEVEL")
+      ->transform(CLI::CheckedTransformer(levels).description(""));
+  app->add_flag("--quiet", options->quiet, "No progress line; errors are still told");
+}
+
+void AddCommonOptions(CLI::App* app, CommonOptions* options) {
+  app->add_option("URL", options->url, "What to fetch, http:// or https://")
+      ->type_name("")
+      ->required()
+      ->check(Named(CheckNotEmpty));
+  app->add_option("-n,--connections", options->connections, "Connections, 1 to 5; default 1")
+      ->type_name("N")
+      ->check(CLI::Range(kLeastConnections, kMostConnections));
+  app->add_option("--segment", options->segmentBytes, "Bytes of one range request, 204800 to 716800; default 512000")
+      ->type_name("BYTES")
+      ->check(CLI::Range(kLeastSegmentBytes, kMostSegmentBytes));
+  AddRequestOptions(app, options);
+  AddReportOptions(app, options);
+}
+
+CLI::App* AddGet(CLI::App* app, GetOptions* options, std::string* rangeText) {
+  CLI::App* get = app->add_subcommand("get", "Fetch a URL into a file or to standard output");
+  get->footer(std::string(kGetExamples) + "\n" + kExitCodes);
+  AddCommonOptions(get, &options->common);
+  get->add_option("-o,--output", options->output, "File to write, '-' for standard output; default: named by the URL")
+      ->type_name("FILE")
+      ->check(Named(CheckNotEmpty));
+  CLI::Option* range =
+      get->add_option("--range", *rangeText, "Only these bytes: FIRST-LAST, FIRST- to the end, -COUNT the last ones")
+          ->type_name("RANGE")
+          ->check(Named(CheckRange));
+  get->add_flag("--whole", options->whole, "Fetch all of it into memory over one connection, then write it")
+      ->excludes(range);
+  return get;
+}
+
+CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
+  CLI::App* serve = app->add_subcommand("serve", "Serve a folder on 127.0.0.1");
+  serve->footer(kServeExamples);
+  serve->add_option("DIR", options->directory, "The folder")
+      ->type_name("")
+      ->check(CLI::ExistingDirectory.description(""));
+  serve->add_option("--port", options->port, "Port, 0 to 65535; default 0: a free one")
+      ->type_name("N")
+      ->check(CLI::Range(0, 65535));
+  serve->add_option("--pattern", options->patternBytes, "Also a synthetic resource of that many bytes; repeatable")
+      ->type_name("BYTES")
+      ->expected(1)
+      ->take_all()
+      ->allow_extra_args(false);
+  serve->add_flag("--https", options->https, "HTTPS, with a certificate made at start");
+  serve->add_flag("--quiet", options->quiet, "No line per request");
+  return serve;
+}
+
+ExitCode BadArguments(const std::string& why) {
+  PrintError(why + " (see zvhttp --help)");
+  return ExitCode::kBadArguments;
+}
+
+ExitCode Run(int argc, char** argv) {
+  CLI::App app("Fetches media over HTTP and HTTPS over one to five connections.", "zvhttp");
+  app.set_version_flag("--version", "zvhttp " ZVHTTP_VERSION);
+  app.require_subcommand(1);
+  app.footer(std::string("zvhttp COMMAND --help tells more.\n\n") + kExitCodes);
+  GetOptions getOptions;
+  std::string rangeText;
+  ServeOptions serveOptions;
+  const CLI::App* get = AddGet(&app, &getOptions, &rangeText);
+  AddServe(&app, &serveOptions);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return error.get_exit_code() == 0 ? static_cast<ExitCode>(app.exit(error)) : BadArguments(error.what());
+  }
+  if (get->parsed()) {
+    if (!rangeText.empty()) {
+      ParseRangeText(rangeText, &getOptions.range.first, &getOptions.range.last);
+    }
+    return RunGet(getOptions);
+  }
+  if (serveOptions.directory.empty() && serveOptions.patternBytes.empty()) {
+    return BadArguments("serve: DIR is required");
+  }
+  return RunServe(serveOptions);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ReserveStandardDescriptors();
+  InstallSignalHandlers();
+  try {
+    return static_cast<int>(Run(argc, argv));
+  } catch (const std::exception& error) {
+    PrintError(std::string("internal error: ") + error.what());
+    return static_cast<int>(ExitCode::kInternal);
+  }
+}

@@ -1,0 +1,62 @@
+#include "Report.h"
+
+#include <nlohmann/json.hpp>
+
+#include "Text.h"
+
+namespace {
+
+constexpr double kBytesPerMegabyte = 1e6;
+
+double BytesPerSecond(const Report& report) {
+  return report.seconds > 0 ? static_cast<double>(report.bytes) / report.seconds : 0;
+}
+
+void PrintRow(std::FILE* stream, const std::string& name, const std::string& value) {
+  std::fprintf(stream, "%-16s %s\n", Printable(name).c_str(), Printable(value).c_str());
+}
+
+template <typename T>
+nlohmann::ordered_json OrNull(const std::optional<T>& value) {
+  return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
+}
+
+}  // namespace
+
+void PrintStats(const Report& report, std::FILE* stream) {
+  PrintRow(stream, "bytes", std::to_string(report.bytes));
+  PrintRow(stream, "seconds", FormatFixed(report.seconds, 3));
+  PrintRow(stream, "MB/s", FormatFixed(BytesPerSecond(report) / kBytesPerMegabyte, 2));
+  PrintRow(stream, "first byte (ms)", report.firstByteMs ? std::to_string(*report.firstByteMs) : "-");
+  PrintRow(stream, "connections", std::to_string(report.connections));
+  PrintRow(stream, "redirected to", report.redirectUrl.value_or("-"));
+  PrintRow(stream, "content length", report.contentLength > 0 ? std::to_string(report.contentLength) : "unknown");
+  for (const auto& [key, value] : report.headers) {
+    PrintRow(stream, key + ":", value.value_or("-"));
+  }
+}
+
+bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream) {
+  nlohmann::ordered_json object;
+  object["url"] = report.url;
+  object["status"] = StatusWord(outcome.exitCode);
+  object["exitCode"] = static_cast<int>(outcome.exitCode);
+  if (!outcome.IsOk()) {
+    object["error"] = outcome.error;
+    object["code"] = outcome.messageCode;
+  }
+  object["bytes"] = report.bytes;
+  object["seconds"] = report.seconds;
+  object["bytesPerSecond"] = BytesPerSecond(report);
+  object["firstByteMs"] = OrNull(report.firstByteMs);
+  object["contentLength"] = report.contentLength > 0 ? nlohmann::ordered_json(report.contentLength) : nullptr;
+  object["connections"] = report.connections;
+  object["redirectUrl"] = OrNull(report.redirectUrl);
+  object["headers"] = nlohmann::ordered_json::object();
+  for (const auto& [key, value] : report.headers) {
+    object["headers"][key] = OrNull(value);
+  }
+  // Header values can hold any bytes; those that are no UTF-8 are replaced.
+  const std::string text = object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return std::fputs(text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+}

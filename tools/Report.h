@@ -1,0 +1,30 @@
+// What a command tells about a finished download: the table of --stats and the object of --json.
+#ifndef TOOLS_REPORT_H
+#define TOOLS_REPORT_H
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ExitCode.h"
+
+struct Report {
+  std::string url;
+  int64_t bytes = 0;
+  double seconds = 0;                  // from Open to the last byte
+  std::optional<int64_t> firstByteMs;  // from Open to the first byte out of Read
+  int64_t contentLength = -1;          // as the library gives it
+  int32_t connections = 1;
+  std::optional<std::string> redirectUrl;
+  std::vector<std::pair<std::string, std::optional<std::string>>> headers;
+};
+
+void PrintStats(const Report& report, std::FILE* stream);
+
+// One object on one line. False when it cannot be written.
+bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream);
+
+#endif
