@@ -1,0 +1,44 @@
+"""Compares the dynamic symbols of a shared library with the functions that headers declare.
+
+ExportsTest.py exports LIBRARY MACRO HEADER...   the library defines exactly the functions declared with MACRO
+ExportsTest.py imports LIBRARY MACRO HEADER...   of the names ZV_... and Lum... it needs only functions declared with MACRO
+"""
+import os
+import re
+import subprocess
+import sys
+
+
+def declared(macro, headers):
+    names = set()
+    for header in headers:
+        with open(header, encoding="utf-8") as file:
+            text = re.sub(r"/\*.*?\*/|//[^\n]*", " ", file.read(), flags=re.S)
+        text = re.sub(r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", "", text, flags=re.M)
+        names.update(re.findall(r"\b(?:%s)\b[^;(]*?\b(\w+)\s*\(" % macro, text))
+    return names
+
+
+def dynamic(library, which):
+    nm = os.environ.get("NM", "nm")
+    output = subprocess.run([nm, "-D", "-P", which, library], check=True, stdout=subprocess.PIPE, text=True).stdout
+    # A version behind "@" belongs to the library that defines the symbol.
+    return {line.split()[0].split("@")[0] for line in output.splitlines()}
+
+
+def main(mode, library, macro, *headers):
+    functions = declared(macro, headers)
+    if not functions:
+        return ["no function is declared with " + macro]
+    if mode == "exports":
+        shown = dynamic(library, "--defined-only")
+        return (["declared but not exported: " + name for name in sorted(functions - shown)] +
+                ["exported but not declared: " + name for name in sorted(shown - functions)])
+    needed = {name for name in dynamic(library, "--undefined-only") if re.match(r"(_Z\w*?)?(ZV_|Lum)", name)}
+    return (["needed but not published: " + name for name in sorted(needed - functions)] or
+            ([] if needed else ["nothing of the platform is needed: is this the right file?"]))
+
+
+faults = main(*sys.argv[1:])
+if faults:
+    sys.exit("\n".join(faults))
