@@ -74,12 +74,9 @@ int32_t FinishWithFirst(HttpBase* hb, HttpBaseServiceThread* record) {
 }
 
 // The server knows ranges but has not told the length: whether there is a rest shows when the first range is there.
-int32_t WaitForFirstRange(HttpBase* hb, HttpBaseServiceThread* record) {
+bool EndsWithFirst(HttpBase* hb, HttpBaseServiceThread* record) {
   WaitWhileRunning(hb, record);
-  if (CodeOf(record) != ZV_HTTP_CODE_OK || record->endFound.load() != 0 || IsClosing(&hb->configParam)) {
-    return FinishWithFirst(hb, record);
-  }
-  return 0;
+  return CodeOf(record) != ZV_HTTP_CODE_OK || record->endFound.load() != 0 || IsClosing(&hb->configParam);
 }
 
 TaskSpec FirstTask(const HttpBase* hb, int32_t segLen, int64_t start, int64_t end) {
@@ -126,14 +123,17 @@ int32_t ZVIner_GetSegmentRangeByThreadExplore(HttpBase* hb, int32_t segLen, int6
   if (handOver == kHandOverUndecided || handOver == kHandOverNone) {
     return FinishWithFirst(hb, record);
   }
+  bool inRanges = handOver == kHandOverRanges;
+  if (!inRanges && hb->configParam.fileContentLength.load() <= 0) {
+    if (EndsWithFirst(hb, record)) {
+      return FinishWithFirst(hb, record);
+    }
+    inRanges = hb->configParam.fileContentLength.load() > 0;  // another attempt has told it
+  }
   const int64_t total = hb->configParam.fileContentLength.load();
   *nextStart = spec.end + 1;
-  *lastByte = -1;
-  if (handOver == kHandOverRanges) {
-    *lastByte = spec.wholeLast < 0 ? total - 1 : std::min(spec.wholeLast, total - 1);
-    return 0;
-  }
-  return total > 0 ? 0 : WaitForFirstRange(hb, record);
+  *lastByte = !inRanges ? -1 : (spec.wholeLast < 0 ? total - 1 : std::min(spec.wholeLast, total - 1));
+  return inRanges && *lastByte < *nextStart ? FinishWithFirst(hb, record) : 0;
 }
 
 int32_t ZVIner_MultipleDownloadDistribution(HttpBase* hb, int32_t connections, int32_t segLen, int64_t nextStart,

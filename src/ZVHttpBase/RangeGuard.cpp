@@ -66,7 +66,7 @@ Verdict JudgeEncoded(RangeGuard* guard, const AnswerHead& head, int64_t status, 
 }
 
 // A 206 that names no position is believed only where it cannot be anything else: from the start, as the player's own
-// range comes, or with exactly the bytes that were asked for.
+// range comes, with exactly the bytes that were asked for, or without an end from a server that says it knows ranges.
 bool BelievedWithoutPosition(const RangeGuard& guard, const AnswerHead& head, int64_t knownTotal) {
   const int64_t next = NextPosition(guard);
   if (guard.fromStart) {
@@ -79,7 +79,7 @@ bool BelievedWithoutPosition(const RangeGuard& guard, const AnswerHead& head, in
     return head.contentLength == BytesOwed(guard);
   }
   const int64_t last = MinKnown(guard.last, knownTotal > 0 ? knownTotal - 1 : -1);
-  return last >= 0 && head.contentLength == last + 1 - next;
+  return last < 0 ? head.acceptsRanges : head.contentLength == last + 1 - next;
 }
 
 // The last n bytes of a resource whose length is told now.

@@ -52,15 +52,24 @@ TEST_F(BasicsTest, AnEmptyResourceReports200AndEnds) {
   EXPECT_THAT(download.Codes(), ElementsAre(kOk));
 }
 
-TEST_F(BasicsTest, NeverMoreConnectionsThanAllowedAreUsed) {
+TEST_F(BasicsTest, AsManyRangesAreUnderWayAsThereAreConnections) {
   const origin::Resource media = Put("/media", 20 * kSegLen + 5);
-  for (const int connections : {1, 2, 3, 5}) {
+  for (const int connections : {2, 3, 5}) {
     SCOPED_TRACE(connections);
-    const int before = server_.AcceptedConnections();
+    server_.ClearLog();
+    auto gate = std::make_shared<origin::Gate>();
+    server_.Handle("/media", [gate](const origin::Request& request) {
+      origin::Answer answer;
+      answer.gate = gate;
+      answer.gateAt = request.first == 0 ? 1 : origin::kBeforeAnswer;  // the first answer's head decides the rest
+      return answer;
+    });
     Download download(connections);
     download.Open(server_.Url("/media"));
+    EXPECT_TRUE(gate->AwaitWaiting(connections));
+    EXPECT_FALSE(gate->AwaitWaiting(connections + 1, 20));
+    gate->Open();
     EXPECT_EQ(download.ReadAll(media), Right(media.length));
-    EXPECT_LE(server_.AcceptedConnections() - before, connections);
   }
 }
 
@@ -116,9 +125,9 @@ TEST_F(RangeTest, TheCallersRangeGoesOutInOneRequestOverOneConnection) {
                    {1000, 1999, {"1000-1999"}, 1000, 1000},
                    {999999, -1, {"999999-"}, 999999, 1},
                    {999999, 5000000, {"999999-5000000"}, 999999, 1},
-                   {500, kMax, {"500-9223372036854775807"}, 500, 999500},
+                   {500, kMax, {"500-"}, 500, 999500},
                    {-1, 499, {"-499"}, 999501, 499},
-                   {-1, kMax, {"-9223372036854775807"}, 0, 1000000},
+                   {-1, kMax, {""}, 0, 1000000},
                });
 }
 
@@ -139,8 +148,8 @@ TEST_F(RangeTest, TheCallersRangeIsCutIntoSegmentsForSeveralConnections) {
 
 TEST_F(RangeTest, ARangeBehindTheEndReports416AndDeliversTheErrorsBody) {
   Put("/media", 1000000);
-  const std::pair<int64_t, int64_t> rows[] = {
-      {1000000, -1}, {1000000, 1000001}, {kMax, -1}, {kMax, kMax}, {kMax - 10, kMax}, {-1, 0}};
+  const std::pair<int64_t, int64_t> rows[] = {{1000000, -1}, {1000000, 1000001}, {kMax, -1},
+                                              {kMax, kMax},  {kMax - 10, kMax},  {-1, 0}};
   for (const auto& [start, end] : rows) {
     for (const int connections : {1, 3}) {
       SCOPED_TRACE(std::to_string(start) + " to " + std::to_string(end));
@@ -164,9 +173,10 @@ TEST_F(RangeTest, AHugeEndWithoutAKnownTotalIsDelivered) {
         if (request.first >= 500000) {
           return answer;
         }
-        const int64_t last = std::min<int64_t>(request.last, 499999);
-        answer.headers = {{"Content-Range",
-                           "bytes " + RangeText(static_cast<uint64_t>(request.first), static_cast<uint64_t>(last)) + "/*"}};
+        const int64_t last = request.last < 0 ? 499999 : std::min<int64_t>(request.last, 499999);
+        answer.headers = {
+            {"Content-Range",
+             "bytes " + RangeText(static_cast<uint64_t>(request.first), static_cast<uint64_t>(last)) + "/*"}};
         return answer;
       });
       Download download(connections);
@@ -179,7 +189,7 @@ TEST_F(RangeTest, AHugeEndWithoutAKnownTotalIsDelivered) {
   }
 }
 
-TEST_F(BasicsTest, OneHandleServesManyDownloadsOverTheSameConnections) {
+TEST_F(BasicsTest, ConnectionsAreUsedAgainByLaterDownloads) {
   Download download(2);
   const int before = server_.AcceptedConnections();
   for (uint32_t i = 0; i < 6; ++i) {
@@ -191,7 +201,7 @@ TEST_F(BasicsTest, OneHandleServesManyDownloadsOverTheSameConnections) {
     EXPECT_THAT(download.Codes(), ElementsAre(kOk));
     download.Close();
   }
-  EXPECT_LE(server_.AcceptedConnections() - before, 2);
+  EXPECT_LE(server_.AcceptedConnections() - before, 5);  // of twelve ranges; one for each of the handle's threads
 }
 
 TEST_F(BasicsTest, HttpsWorksLikeHttp) {

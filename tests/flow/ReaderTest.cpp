@@ -77,8 +77,7 @@ TEST_F(ReaderTest, TheOpenEndedRestOfAResourceSpillsRoundTheRing) {
   server_.Handle("/media", [](const Request& request) {
     const int64_t last = request.last < 0 ? static_cast<int64_t>(kLong) - 1 : request.last;
     Answer answer;
-    answer.headers = {
-        {"Content-Range", "bytes " + std::to_string(request.first) + "-" + std::to_string(last) + "/*"}};
+    answer.headers = {{"Content-Range", "bytes " + std::to_string(request.first) + "-" + std::to_string(last) + "/*"}};
     return answer;
   });
   Download download(3);
@@ -115,7 +114,7 @@ TEST_F(ReaderTest, ReadsOfOneByteDeliverTheSame) {
   for (const int connections : {1, 3}) {
     Download download(connections);
     download.Open(server_.Url("/media"));
-    ASSERT_EQ(download.ReadSome(media, kSegLen / 2 * 0, 20000, 1), "");
+    ASSERT_EQ(download.ReadSome(media, 0, 20000, 1), "");
     EXPECT_EQ(download.ReadAll(media, 20000, 3), Right(media.length - 20000));
   }
 }
@@ -190,8 +189,7 @@ TEST_F(HoleTest, RangesBeforeAFailedOneFinishAndThoseBehindAreStopped) {
 
 TEST_F(HoleTest, SeveralFailuresAreReportedOnce) {
   const origin::Resource media = Put("/media", kLength);
-  server_.Handle("/media",
-                 [](const Request& request) { return request.first == 0 ? Answer{} : origin::ResetAt(7); });
+  server_.Handle("/media", [](const Request& request) { return request.first == 0 ? Answer{} : origin::ResetAt(7); });
   Download download(5, 1);
   download.Open(server_.Url("/media"));
   EXPECT_EQ(download.ReadAll(media), Right(kSegLen + 14));

@@ -109,8 +109,8 @@ TEST_F(SettingsTest, TheRangeAndTheWholeResourceAreSetForOneDownload) {
 TEST_F(SettingsTest, ResponseHeadersAreKeptByKey) {
   const origin::Resource media = Put("/media", 100);
   Answer answer;
-  answer.headers = {{"ETag", "\"abc\""}, {"X-Empty", ""}, {"X-Blank", "  padded"}, {"x-lower", "l"},
-                    {"X-Twice", "first"}, {"X-Twice", "last"}};
+  answer.headers = {{"ETag", "\"abc\""}, {"X-Empty", ""},      {"X-Blank", "  padded"},
+                    {"x-lower", "l"},    {"X-Twice", "first"}, {"X-Twice", "last"}};
   for (const bool isBare : {false, true}) {
     answer.bareLf = isBare;
     server_.Handle("/media", [answer](const Request&) { return answer; });
@@ -219,9 +219,9 @@ TEST_F(CallbackTest, EveryCallbackMayCallEverythingButOpenCloseAndRelease) {
   struct {
     std::string url;
     int32_t code;
-  } const rows[] = {{server_.Url("/media"), kOk},         {server_.Url("/start"), kRedirected},
-                    {server_.Url("/missing"), 404},       {server_.Url("/gone"), kUnreachable},
-                    {server_.Url("/fails"), kFailed},     {"none://", kFailed}};
+  } const rows[] = {{server_.Url("/media"), kOk},     {server_.Url("/start"), kRedirected},
+                    {server_.Url("/missing"), 404},   {server_.Url("/gone"), kUnreachable},
+                    {server_.Url("/fails"), kFailed}, {"none://", kFailed}};
   for (const auto& row : rows) {
     for (const int connections : {1, 3}) {
       SCOPED_TRACE(row.url);

@@ -38,19 +38,6 @@ TEST_F(EngineEventTest, ARaiseBetweenTheTestAndTheSleepIsNotLost) {
   EXPECT_EQ(2, tests);
 }
 
-TEST_F(EngineEventTest, ARaiseBetweenCountingInAndTheFirstTestIsSeen) {
-  std::atomic<bool> ready{false};
-  std::thread raiser([&] {
-    while (event_.waiters[kEventIdle].load() == 0) {
-      std::this_thread::yield();
-    }
-    ready.store(true);
-    EventRaise(&event_, kEventIdle);
-  });
-  EXPECT_TRUE(EventWait(&event_, kEventIdle, kWaitForEver, [&] { return ready.load(); }));
-  raiser.join();
-}
-
 TEST_F(EngineEventTest, AnotherKindWakesNobodyForGood) {
   std::atomic<bool> ready{false};
   std::thread waiter([&] { EXPECT_TRUE(EventWait(&event_, kEventData, kWaitForEver, [&] { return ready.load(); })); });

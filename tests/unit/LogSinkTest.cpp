@@ -3,11 +3,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "Deadline.h"
 #include "LogCapture.h"
@@ -87,35 +84,6 @@ TEST(LogSink, AReplacedCallbackIsNoLongerRunningWhenTheCallReturns) {
   receiver.mayLeave.store(true);
   setter.join();
   logger.join();
-}
-
-void Count(void* counter, int32_t, const char*, const char*, int32_t, const char*) {
-  static_cast<std::atomic<int>*>(counter)->fetch_add(1);
-}
-
-TEST(LogSink, ThreadsMayLogWhileTheCallbackChanges) {
-  const Watchdog watchdog(60, "ThreadsMayLogWhileTheCallbackChanges");
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> loggers;
-  for (int i = 0; i < 3; ++i) {
-    loggers.emplace_back([&] {
-      while (!stop.load()) {
-        Log(0, "text");
-      }
-    });
-  }
-  std::unique_ptr<std::atomic<int>> counter;
-  for (int i = 0; i < 50; ++i) {
-    auto next = std::make_unique<std::atomic<int>>(0);
-    LumLogSetCallback(Count, next.get());
-    counter = std::move(next);  // frees the former receiver, which must be out of use
-    EXPECT_TRUE(WaitUntil([&] { return counter->load() > 0; }));
-  }
-  LumLogSetCallback(nullptr, nullptr);
-  stop.store(true);
-  for (std::thread& logger : loggers) {
-    logger.join();
-  }
 }
 
 }  // namespace

@@ -96,20 +96,6 @@ TEST(Platform, FreeAndReleaseAcceptNothingAndLeaveNull) {
   }
 }
 
-TEST(Platform, ALimitedWaitEndsByItself) {
-  ZVCondition* condition = ZV_ConditionInit();
-  const int64_t start = ZV_ChronoGetTick();
-  {
-    const ConditionGuard guard(condition);
-    // It may return early for no reason, but an unsignalled one must not do so for ever.
-    while (ZV_ChronoGetTick() - start < 20) {
-      ZV_ConditionWaitFor(condition, 20);
-    }
-  }
-  EXPECT_GE(ZV_ChronoGetTick() - start, 20);
-  ZV_ConditionRelease(&condition);
-}
-
 struct Meeting {
   ZVCondition* condition = ZV_ConditionInit();
   std::atomic<int> waiting{0};

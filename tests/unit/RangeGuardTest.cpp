@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr int64_t kFree = INT64_MAX;  // nothing limits the bytes
-constexpr int64_t kLargest = INT64_MAX;
+constexpr int64_t kFree = INT64_MAX;                 // nothing limits the bytes
+constexpr int64_t kLargest = kMostContentBytes - 1;  // a task has no larger position
 constexpr ContentRange kNoRange = {-1, -1, -1};
 
 struct Task {
@@ -90,7 +90,7 @@ TEST(RangeGuard, JudgesPartialAnswers) {
   const Row rows[] = {
       {"as asked", kStrict, {206, {1000, 1999, 9000}}, {kAnswerFits, 0, 1000}},
       {"longer than asked is cut", kStrict, {206, {1000, 8999, 9000}}, {kAnswerFits, 0, 1000}},
-      {"shorter than asked", kStrict, {206, {1000, 1499, 9000}}, {kAnswerFits, 0, 1000}},
+      {"shorter than asked", kStrict, {206, {1000, 1499, 9000}}, {kAnswerFits, 0, 500}},
       {"the end lies behind the resource", kStrict, {206, {1000, 1499, 1500}}, {kAnswerFits, 0, 500}},
       {"starts later", kStrict, {206, {1001, 1999, 9000}}, {kAnswerRefused}},
       {"starts earlier", kStrict, {206, {999, 1999, 9000}}, {kAnswerRefused}},
@@ -111,7 +111,10 @@ TEST(RangeGuard, JudgesPartialAnswers) {
        {kAnswerFits, 0, 200}},
       {"no position, right length", kStrict, {206, kNoRange, 1000}, {kAnswerFits, 0, 1000}},
       {"no position, too long", kStrict, {206, kNoRange, 9000}, {kAnswerRefused}},
-      {"open end, no total", kOpen, {206, {1000, 1999, -1}}, {kAnswerFits, 0, kFree}},
+      {"no position, resumed", kStrictResumed, {206, kNoRange, 700}, {kAnswerFits, 0, 700}},
+      {"no position, resumed, starts over", kStrictResumed, {206, kNoRange, 1000}, {kAnswerRefused}},
+      {"no position, the caller's range", kCallers, {206, kNoRange, 9000}, {kAnswerFits, 0, 1000}},
+      {"open end, no total", kOpen, {206, {1000, 1999, -1}}, {kAnswerFits, 0, 1000}},
       {"open end", kOpen, {206, {1000, 8999, 9000}}, {kAnswerFits, 0, 8000}},
       {"last bytes", kLast499, {206, {8501, 8999, 9000}}, {kAnswerFits, 0, 499}},
       {"last bytes of a short resource", kLast499, {206, {0, 299, 300}}, {kAnswerFits, 0, 300}},
@@ -147,7 +150,7 @@ TEST(RangeGuard, JudgesFullAnswers) {
        kWhole,
        {200, kNoRange, 8000, false, false, false, 9000},
        {kAnswerFits, 0, 8000}},
-      {"whole resource, empty", kWhole, {200, kNoRange, 0}, {kAnswerFits, 0, kFree}},
+      {"whole resource, empty", kWhole, {200, kNoRange, 0}, {kAnswerFits, 0, 0}},
   };
   for (const Row& row : rows) {
     Check(row);
@@ -236,23 +239,39 @@ TEST(RangeGuard, TheLastBytesResumeWhereTheyStopped) {
 }
 
 TEST(RangeGuard, HugePositionsDoNotOverflow) {
-  const struct {
-    int64_t start;
-    int64_t end;
-    Answer answer;
-    Verdict verdict;
-  } rows[] = {{0, kLargest, {206, {0, 99, -1}}, kAnswerFits},
-              {0, kLargest, {206, kNoRange, 100}, kAnswerFits},
-              {-1, kLargest, {206, kNoRange, 100}, kAnswerFits},
-              {kLargest - 1, -1, {206, kNoRange, 100}, kAnswerFits},
-              {kLargest, kLargest, {206, {0, 99, 100}}, kAnswerRefused}};
-  for (const auto& row : rows) {
-    RangeGuard guard = MakeRangeGuard(kTaskRange, false, row.start, row.end, -1);
+  const Row rows[] = {
+      {"no end", {kTaskRange, false, 0, kLargest}, {200}, {kAnswerFits, 0, kMostContentBytes}},
+      {"no start", {kTaskRange, true, -1, kLargest}, {206, {0, 99, 100}}, {kAnswerFits, 0, 100}},
+      {"one byte", {kTaskRange, false, kLargest, kLargest}, {206, {kLargest, kLargest, -1}}, {kAnswerFits, 0, 1}},
+      {"elsewhere", {kTaskRange, false, kLargest, kLargest}, {206, {0, 99, 100}}, {kAnswerRefused}},
+      {"skipped", {kTaskRange, false, kLargest, -1}, {200}, {kAnswerFits, kLargest, kFree}},
+      {"long", {kTaskRange, true, kLargest, -1, -1, kLargest}, {200}, {kAnswerFits, 2 * kLargest, kFree}},
+  };
+  for (const Row& row : rows) {
+    Check(row);
+  }
+}
+
+TEST(RangeGuard, AnAnswerThatBroughtNothingIsForgotten) {
+  for (const Answer& answer :
+       {Answer{206, {1000, 1499, 1500}}, Answer{200, kNoRange, 500}, Answer{200, kNoRange, 50, false, false, true}}) {
+    RangeGuard guard = GuardOf(kCallers);
     AnswerFacts facts;
-    EXPECT_FALSE(IsComplete(guard)) << row.start << "-" << row.end;
-    EXPECT_EQ(row.verdict, JudgeAnswer(&guard, HeadOf(row.answer), 206, -1, &facts)) << row.start << "-" << row.end;
-    guard.delivered = 1000000;
-    EXPECT_TRUE(row.verdict != kAnswerFits || BytesAllowed(guard) > INT64_MAX / 4) << row.start << "-" << row.end;
+    EXPECT_EQ(kAnswerFits, JudgeAnswer(&guard, HeadOf(answer), answer.status, -1, &facts));
+    RestartGuard(&guard);
+    EXPECT_EQ(1000, NextPosition(guard));
+    EXPECT_EQ(1000, BytesOwed(guard));
+  }
+}
+
+// The first range of several was cut to its end; where nobody helps it goes on to the end of the download.
+TEST(RangeGuard, TheHandOverSettlesTheEndOfTheFirstRange) {
+  for (const HandOver handOver : {kHandOverNone, kHandOverRanges, kHandOverOpenEnded}) {
+    RangeGuard guard = GuardOf(kExploreTo5000);
+    SettleHandOver(&guard, handOver);
+    RestartGuard(&guard);
+    EXPECT_EQ(handOver == kHandOverNone ? 5001 : 1000, BytesOwed(guard)) << handOver;
+    EXPECT_EQ(kTaskRange, guard.kind);
   }
 }
 

@@ -74,11 +74,6 @@ TEST_F(ThreadChoiceTest, GivesUpWhenTheLastThreadThatStartsDies) {
   EXPECT_EQ(nullptr, ChooseWhile([&] { Set(Record(2), kLifeDead, -1); }));
 }
 
-TEST_F(ThreadChoiceTest, WaitsForAThreadThatLivesButDoesNotWaitYet) {
-  Set(Record(2), kLifeAlive, -1);
-  EXPECT_EQ(Record(2), ChooseWhile([&] { Set(Record(2), kLifeAlive, 0); }));
-}
-
 TEST_F(ThreadChoiceTest, GivesUpWhenTheHandleIsClosed) {
   Set(Record(2), kLifeStarting, -1);
   EXPECT_EQ(nullptr, ChooseWhile([&] { hb_->configParam.closeFlag.store(kHappened); }));
