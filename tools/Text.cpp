@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr int64_t kMostSecondsShown = 100 * 3600;
+constexpr double kMostSecondsShown = 360000;  // a hundred hours
 
 bool IsControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
@@ -42,7 +42,7 @@ std::string FormatBytes(double bytes) {
 }
 
 std::string FormatSeconds(double seconds) {
-  if (!(seconds >= 0 && seconds < static_cast<double>(kMostSecondsShown))) {
+  if (!(seconds >= 0 && seconds < kMostSecondsShown)) {
     return "-:--";
   }
   const auto whole = static_cast<int64_t>(seconds);

@@ -1,9 +1,6 @@
 """Measurements of transfers, in turn with the peers: throughput, limited rates, a long line, the first byte."""
 
-import subprocess
-
 from .context import interleaved, median
-from .origin import digest_of
 
 SEGMENT_BYTES = 512000
 ROUND_TRIP_MS = 40
@@ -25,12 +22,9 @@ def costs(runs, size):
 
 def verify(context, name, url, connections):
     """Outside of what is measured: the right bytes are what is so fast."""
-    command = [context.programs.own("zvbench"), "fetch", "--write", "-n", str(connections), url]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
-        digest = digest_of(process.stdout)
-        complaints = process.stderr.read().decode(errors="replace")
-    if process.returncode != 0 or digest != context.origin.digest(name):
-        raise RuntimeError(f"wrong bytes over {connections} connections of {url.split(':')[0]}: {complaints.strip()}")
+    digest, complaints = context.programs.digest_of_bench(url, connections)
+    if complaints or digest != context.origin.digest(name):
+        raise RuntimeError(f"wrong bytes over {connections} connections of {url}: {complaints}")
 
 
 def throughput(context):

@@ -1,7 +1,6 @@
 """The server that everybody fetches from: nginx with its own folder on free ports of loopback, and the relay before it."""
 
 import contextlib
-import hashlib
 import os
 import pathlib
 import random
@@ -12,7 +11,7 @@ import subprocess
 import tempfile
 import time
 
-from .programs import plain_environment
+from .programs import digest_of, plain_environment
 
 START_SECONDS = 10
 NEEDED_BYTES = 4 << 30
@@ -173,10 +172,3 @@ class Origin:
         finally:
             stop(process)
             process.stdout.close()
-
-
-def digest_of(source):
-    digest = hashlib.sha256()
-    while block := source.read(BLOCK_BYTES):
-        digest.update(block)
-    return digest.hexdigest()

@@ -95,7 +95,8 @@ HttpBaseServiceThread* ChooseIdleThread(HttpBase* hb) {
 bool GiveTask(HttpBaseServiceThread* record, const TaskSpec& spec) {
   const ConditionGuard guard(record->cond);
   record->taskStart.store(spec.start);
-  if (!ReplaceText(&record->url, spec.url)) {
+  // The thread may have seen a release and left between being chosen and this lock.
+  if (record->alive.load() != kLifeAlive || !ReplaceText(&record->url, spec.url)) {
     return false;
   }
   record->rangeStart = spec.start;

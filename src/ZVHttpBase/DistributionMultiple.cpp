@@ -64,13 +64,13 @@ int64_t EndOfRange(const HttpBase* hb, int64_t start, int64_t lastByte, int32_t 
 int32_t FinishWithFirst(HttpBase* hb, HttpBaseServiceThread* record) {
   WaitWhileRunning(hb, record);
   EndDownloadNormally(hb, record);
-  hb->configParam.downloadRunning.store(0);
   const int32_t code = CodeOf(record);
-  if (code == ZV_HTTP_CODE_OK) {
-    return 0;
+  if (code != ZV_HTTP_CODE_OK) {
+    ReportFailure("ZVIner_GetSegmentRangeByThreadExplore", hb, code);
+    return -1;
   }
-  ReportFailure("ZVIner_GetSegmentRangeByThreadExplore", hb, code);
-  return -1;
+  hb->configParam.downloadRunning.store(0);
+  return 0;
 }
 
 // The server knows ranges but has not told the length: whether there is a rest shows when the first range is there.

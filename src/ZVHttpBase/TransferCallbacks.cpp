@@ -126,6 +126,9 @@ void LearnFromAnswer(HttpBaseServiceThread* record, const AnswerFacts& facts) ZV
 
 void PublishHandOver(HttpBaseServiceThread* record, HandOver handOver) ZV_REQUIRES(record->cond) {
   SettleHandOver(&record->guard, handOver);
+  if (handOver == kHandOverNone) {
+    record->rangeEnd = record->guard.askedEnd;  // a new attempt asks for all that this connection now owes
+  }
   record->handOver.store(handOver);
   EventRaise(&record->engine->event, kEventWork);
 }

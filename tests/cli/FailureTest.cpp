@@ -19,9 +19,10 @@ enum Code {
   kTerminated = 143
 };
 
-TEST_F(CliTest, BadArgumentsAreRefusedBeforeAnythingIsAttempted) {
-  const std::string url = PutPattern("/a", 10);
-  const std::vector<std::vector<std::string>> rows = {
+// Command lines for a server that has /a.
+std::vector<std::vector<std::string>> LinesWithBadArguments(const std::string& server) {
+  const std::string url = server + "/a";
+  return {
       {},
       {"fetch"},
       {"get"},
@@ -47,14 +48,19 @@ TEST_F(CliTest, BadArgumentsAreRefusedBeforeAnythingIsAttempted) {
       {"get", url, "--log", "loud"},
       {"get", url, "-o", ""},
       {"get", url, "-o"},
-      {"get", server_.Url("/")},
+      {"get", server + "/"},
       {"get", "http://127.0.0.1"},
       {"get", "nothing"},
       {"serve"},
-      {"serve", PathOf("missing")},
-      {"serve", PathOf(""), "--port", "65536"},
+      {"serve", "missing"},
+      {"serve", ".", "--port", "65536"},
   };
-  for (const std::vector<std::string>& row : rows) {
+}
+
+TEST_F(CliTest, BadArgumentsAreRefusedBeforeAnythingIsAttempted) {
+  PutPattern("/a", 10);
+  const std::string address = server_.Url("");
+  for (const std::vector<std::string>& row : LinesWithBadArguments(address)) {
     SCOPED_TRACE(testing::PrintToString(row));
     const ProcessResult result = RunProcess(Zvhttp(row));
     ExpectFailure(result, kBadArguments, "");

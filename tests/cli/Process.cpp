@@ -91,6 +91,7 @@ Process::Process(const ProcessSetup& setup) {
   const Channel error = MakeChannel(setup.errorIsTerminal);
   std::vector<std::string> copies = setup.arguments;
   std::vector<char*> arguments;
+  arguments.reserve(copies.size() + 1);
   for (std::string& copy : copies) {
     arguments.push_back(copy.data());
   }
