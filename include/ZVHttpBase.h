@@ -49,7 +49,8 @@ typedef struct HttpBase HttpBase;
 enum {
   /* The first bytes of a download whose status was 200 or 206, or the end of one that is empty. Once per download. */
   ZV_HTTP_CODE_OK = 200,
-  /* A followed redirect reached its target; ZV_HttpBaseGetRedirectURL names it. Once per request that was redirected. */
+  /* A followed redirect reached its target; ZV_HttpBaseGetRedirectURL names it. Again for every later good
+   * answer of that download. */
   ZV_HTTP_CODE_REDIRECTED = 302,
   /* The URL is not http:// or https://, memory ran out, or a transfer failed after its retries. */
   ZV_HTTP_CODE_FAILED = 11111,

@@ -67,12 +67,11 @@ extern "C" void LumLogSetLevel(int32_t level) {
 extern "C" void LumLogSetCallback(LumLogCallback callback, void* userData) {
   std::lock_guard<std::mutex> guard(setMutex);
   Receiver* const next = current.load() == &slots[0] ? &slots[1] : &slots[0];
-  if (callback == nullptr) {
-    current.store(nullptr);
-  } else {
-    WaitUntilNothingIsInFlight();
+  // Without a receiver new messages do not register for long, so the wait below ends however much is logged.
+  current.store(nullptr);
+  WaitUntilNothingIsInFlight();
+  if (callback != nullptr) {
     *next = Receiver{callback, userData};
     current.store(next);
   }
-  WaitUntilNothingIsInFlight();
 }

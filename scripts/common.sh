@@ -8,6 +8,11 @@ fi
 
 jobs=$(nproc)
 
+# The first report of a sanitizer ends the program, so that no test passes with one.
+export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_stack_use_after_return=1:strict_string_checks=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
+
 # Configures a preset and builds it, or only the targets named after it. Ninja shows its progress on a terminal; elsewhere
 # only what compilers say.
 build_preset() {

@@ -105,6 +105,8 @@ bool GiveTask(HttpBaseServiceThread* record, const TaskSpec& spec) {
   record->buffWriteSegmentIdx = spec.fragmentIdx;
   record->guard = MakeRangeGuard(spec.kind, spec.asItComes, spec.start, spec.end, spec.wholeLast);
   record->reportedStatus = 0;
+  // Now, not when the thread gets to it: an untouched fragment looks free, and would be given to another range.
+  ZVIner_RingBufferClaim(record->ringBuffer, spec.fragmentIdx);
   record->stopTask.store(0);
   record->endFound.store(0);
   record->handOver.store(kHandOverUndecided);

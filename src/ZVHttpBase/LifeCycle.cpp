@@ -69,7 +69,9 @@ bool StartMonitor(HttpBase* hb) {
 }
 
 void FreeServiceThread(HttpBaseServiceThread* record) ZV_UNCHECKED {
-  ZV_ThreadJoin(record->thread);
+  if (record->thread != nullptr) {
+    ZV_ThreadJoin(record->thread);
+  }
   ZV_ThreadRelease(&record->thread);
   if (record->curl != nullptr) {
     curl_easy_cleanup(record->curl);

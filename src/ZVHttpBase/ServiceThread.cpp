@@ -1,5 +1,7 @@
 // A service thread: waits for a task, performs it with its retries, records the result. It holds its record's cond
 // whenever it does not wait for a task.
+#include <algorithm>
+
 #include "ZVHttpBase/Engine.h"
 
 namespace {
@@ -100,7 +102,7 @@ int64_t RetryPauseMs(HttpBaseConfigParam* config) {
   const MutexGuard guard(config->mutex);
   const bool usable = config->retryDelay >= 0 && config->retryDelay != INT32_MAX;
   const int64_t delay = usable ? config->retryDelay : kDefaultRetryDelayMs;
-  return (delay / kRetryStepMs + 1) * kRetryStepMs;
+  return std::min<int64_t>((delay / kRetryStepMs + 1) * kRetryStepMs, kWaitForEver - 1);
 }
 
 // The next request begins at the first byte that is missing.
@@ -155,7 +157,6 @@ AttemptEnd RunAttempts(HttpBaseServiceThread* record, CURLcode* rc) ZV_REQUIRES(
 void PerformTask(HttpBaseServiceThread* record) ZV_REQUIRES(record->cond) {
   LOG_TRACE_AS("ZVIner_ServiceThreadFunc", "%s: Thread[%d] is to perform range[%lld-%lld], url:%s", record->index,
                Wide(record->rangeStart), Wide(record->rangeEnd), Printable(record->url));
-  ZVIner_RingBufferClaim(record->ringBuffer, record->buffWriteSegmentIdx);
   ZVIner_ServicePerform(record);
   LOG_TRACE_AS("ZVIner_ServiceThreadFunc", "%s: Thread[%d] perform result:%u, range[%lld-%lld], url:%s", record->index,
                static_cast<unsigned>(record->performResult.load()), Wide(record->rangeStart), Wide(record->rangeEnd),

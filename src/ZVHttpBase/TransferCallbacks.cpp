@@ -70,7 +70,7 @@ void NoteHeader(AnswerHead* head, std::string_view line) {
   } else if (EqualIgnoringCase(field.name, "Accept-Ranges")) {
     head->acceptsRanges = StartsWithIgnoringCase(field.value, "bytes");
   } else if (EqualIgnoringCase(field.name, "Content-Encoding")) {
-    head->encoded = !field.value.empty() && !EqualIgnoringCase(field.value, "identity");
+    head->encoded = head->encoded || (!field.value.empty() && !EqualIgnoringCase(field.value, "identity"));
   } else if (EqualIgnoringCase(field.name, "Transfer-Encoding")) {
     head->chunked = true;
   } else if (EqualIgnoringCase(field.name, "Location")) {
@@ -165,6 +165,13 @@ bool IsEndOfResource(const HttpBaseServiceThread* record, int64_t status) ZV_REQ
          NextPosition(record->guard) > std::max<int64_t>(record->engine->plan.rangeStart, 0);
 }
 
+// The first range is the engine's own idea: a resource without a byte has none, and is asked for as a whole then.
+bool IsEmptyResource(const HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(record->cond) {
+  const DownloadPlan& plan = record->engine->plan;
+  return status == kStatusRangeNotSatisfiable && record->guard.kind == kTaskExplore && plan.rangeStart < 0 &&
+         !record->guard.withoutRange;
+}
+
 // The body of an error is delivered only when it is the first answer of the download: elsewhere it would stand in the
 // middle of the media.
 bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(record->cond) {
@@ -172,6 +179,11 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
   if (IsEndOfResource(record, status)) {
     record->endFound.store(1);
     record->attemptEnd = kAttemptComplete;
+    return false;
+  }
+  if (IsEmptyResource(record, status)) {
+    record->guard.withoutRange = true;
+    record->attemptEnd = kAttemptMore;
     return false;
   }
   const bool first = config->answered.exchange(1) == 0;

@@ -122,6 +122,7 @@ TEST_F(BrokenAnswersTest, ACutAtAnyByteOfASmallAnswerIsNeverTakenForSuccess) {
         ASSERT_EQ(wasWhole, got == Right(media.length) && download.Codes() == std::vector<int32_t>{kOk});
         ASSERT_EQ(download.Count(kFailed), wasWhole ? 0 : 1);
         ASSERT_LT(n, 1000U);
+        download.Close();
       }
     }
   }
