@@ -29,7 +29,8 @@ TEST_F(ErrorsTest, TheFirstAnswersStatusIsReportedAndItsBodyDelivered) {
       EXPECT_EQ(download.ReadText(), "what went wrong");
       EXPECT_THAT(download.Codes(), ElementsAre(row.code));
       EXPECT_EQ(ZV_HttpBaseGetOpenFlag(download.Get()), 0);
-      EXPECT_EQ(server_.RequestCount(), 1);
+      // A refused first range may mean that there is no byte at all: it is asked for again as a whole.
+      EXPECT_EQ(server_.RequestCount(), row.status == 416 && connections > 1 ? 2 : 1);
     }
   }
 }
