@@ -31,6 +31,7 @@ struct AnswerHead {
   int64_t contentLength;  // -1: not given, or not usable
   ContentRange range;
   bool hasContentRange;
+  bool emptyResource;  // a Content-Range with a total of 0
   bool acceptsRanges;
   bool encoded;  // Content-Encoding other than identity: positions and lengths are those of the packed form
   bool chunked;

@@ -58,6 +58,7 @@ void NoteContentRange(AnswerHead* head, std::string_view value) {
       range.first != head->range.first || range.last != head->range.last || range.total != head->range.total;
   head->contradictory = head->contradictory || (head->hasContentRange && differs);
   head->hasContentRange = true;
+  head->emptyResource = value.size() >= 3 && value.substr(value.size() - 3) == "*/0";
   head->range = range;
 }
 
@@ -165,11 +166,10 @@ bool IsEndOfResource(const HttpBaseServiceThread* record, int64_t status) ZV_REQ
          NextPosition(record->guard) > std::max<int64_t>(record->engine->plan.rangeStart, 0);
 }
 
-// The first range is the engine's own idea: a resource without a byte has none, and is asked for as a whole then.
+// The first range is the engine's own idea: a resource of which the server says that it has no byte is no error.
 bool IsEmptyResource(const HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(record->cond) {
-  const DownloadPlan& plan = record->engine->plan;
-  return status == kStatusRangeNotSatisfiable && record->guard.kind == kTaskExplore && plan.rangeStart < 0 &&
-         !record->guard.withoutRange;
+  return status == kStatusRangeNotSatisfiable && record->head.emptyResource && record->guard.kind == kTaskExplore &&
+         record->engine->plan.rangeStart < 0;
 }
 
 // The body of an error is delivered only when it is the first answer of the download: elsewhere it would stand in the
@@ -182,8 +182,10 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
     return false;
   }
   if (IsEmptyResource(record, status)) {
-    record->guard.withoutRange = true;
-    record->attemptEnd = kAttemptMore;
+    config->answered.store(1);
+    config->fileContentLength.store(0);
+    record->responseCode.store(ZV_HTTP_CODE_OK);
+    record->attemptEnd = kAttemptComplete;
     return false;
   }
   const bool first = config->answered.exchange(1) == 0;

@@ -118,6 +118,7 @@ TEST_F(BrokenAnswersTest, ACutAtAnyByteOfASmallAnswerIsNeverTakenForSuccess) {
         download.Open(server_.Url("/small"));
         const std::string got = download.ReadAll(media);
         ASSERT_THAT(got, testing::HasSubstr("right bytes, end"));
+        ASSERT_TRUE(server_.WaitForLog([](const auto& log) { return !log.empty() && log.back().ended; }));
         wasWhole = server_.Log().back().bodySent == media.length && download.Count(kFailed) == 0;
         ASSERT_EQ(wasWhole, got == Right(media.length) && download.Codes() == std::vector<int32_t>{kOk});
         ASSERT_EQ(download.Count(kFailed), wasWhole ? 0 : 1);

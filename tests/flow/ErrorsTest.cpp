@@ -29,8 +29,7 @@ TEST_F(ErrorsTest, TheFirstAnswersStatusIsReportedAndItsBodyDelivered) {
       EXPECT_EQ(download.ReadText(), "what went wrong");
       EXPECT_THAT(download.Codes(), ElementsAre(row.code));
       EXPECT_EQ(ZV_HttpBaseGetOpenFlag(download.Get()), 0);
-      // A refused first range may mean that there is no byte at all: it is asked for again as a whole.
-      EXPECT_EQ(server_.RequestCount(), row.status == 416 && connections > 1 ? 2 : 1);
+      EXPECT_EQ(server_.RequestCount(), 1);
     }
   }
 }
@@ -72,6 +71,8 @@ TEST_F(ErrorsTest, AnErrorOfAResumedRequestIsReportedOnceAndItsBodyDropped) {
   for (const int connections : {1, 3}) {
     for (const int status : {503, 404, 416}) {
       SCOPED_TRACE(status);
+      // A request of the download before that is still on its way must not use up the script.
+      ASSERT_TRUE(server_.WaitForOpenConnections(0));
       server_.Script("/media", {origin::CutAt(100000)});
       server_.Handle("/media", [status](const Request& request) {
         return request.first == 100000 ? origin::Status(status, "not media") : Answer{};
