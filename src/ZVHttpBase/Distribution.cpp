@@ -78,6 +78,9 @@ bool AnyStarting(const HttpBase* hb) {
 
 HttpBaseServiceThread* FindIdleThread(HttpBase* hb) {
   for (HttpBaseServiceThread& record : hb->serviceThread) {
+    if (record.alive.load() == kLifeStarting) {
+      return nullptr;  // worth waiting for: always the same threads keep their connections for the next download
+    }
     const int32_t result = record.performResult.load();
     if (IsIdle(&record) && result != kPerformFailed && result != kPerformUnreachable) {
       return &record;
