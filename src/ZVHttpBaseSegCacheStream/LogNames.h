@@ -1,0 +1,22 @@
+// Under which names this unit logs.
+#pragma once
+
+#include "Common/Log.h"
+
+constexpr char kLogTag[] = "ZVLib-ZVHttpBaseSegCacheStream";
+constexpr char kLogPath[] = "src/ZVHttpBaseSegCacheStream";
+
+// The two wordings for a missing argument, under the exported function's own name.
+inline bool HasParams(const char* name, bool given) {
+  if (!given) {
+    LOG_ERROR_AS(name, "%s input params failed");
+  }
+  return given;
+}
+
+inline bool IsLegal(const char* name, bool given) {
+  if (!given) {
+    LOG_ERROR_AS(name, "%s input params illegal");
+  }
+  return given;
+}
