@@ -6,15 +6,16 @@
 constexpr char kLogTag[] = "ZVLib-ZVHttpBaseSegCacheStream";
 constexpr char kLogPath[] = "src/ZVHttpBaseSegCacheStream";
 
-// The two wordings for a missing argument, under the exported function's own name.
-inline bool HasParams(const char* name, bool given) {
+// The two wordings for a missing argument, under the exported function's own name. Static: each unit logs under its own
+// tag.
+static inline bool HasParams(const char* name, bool given) {
   if (!given) {
     LOG_ERROR_AS(name, "%s input params failed");
   }
   return given;
 }
 
-inline bool IsLegal(const char* name, bool given) {
+static inline bool IsLegal(const char* name, bool given) {
   if (!given) {
     LOG_ERROR_AS(name, "%s input params illegal");
   }
