@@ -35,6 +35,13 @@ Turn TakeSegment(HttpBaseSegCache* cache, SegCacheThreadArg* arg, int32_t index)
   return kTurnWork;
 }
 
+// The first segment of all is fetched by one worker alone, whichever has it: the others are woken when it is complete.
+bool MustLeaveFirst(HttpBaseSegCache* cache) ZV_REQUIRES(cache->mutex) {
+  return cache->firstSegmentCached == 0 &&
+         std::any_of(std::begin(cache->working), std::end(cache->working),
+                     [](const HttpBaseSegCacheSegment* segment) { return segment != nullptr; });
+}
+
 Turn LookForWork(SegCacheThreadArg* arg, HttpBaseSegCacheSegment** segment) {
   HttpBaseSegCache* const cache = arg->cache;
   const int32_t i = arg->index;
@@ -54,7 +61,7 @@ Turn LookForWork(SegCacheThreadArg* arg, HttpBaseSegCacheSegment** segment) {
     return kTurnRest;
   }
   LOG_TRACE_AS(kName, "%s thread %d state=%d", i, cache->threadState[i]);
-  const int32_t index = ZV_HttpBaseCacheGetWriteIndex(cache, i);
+  const int32_t index = MustLeaveFirst(cache) ? -1 : ZV_HttpBaseCacheGetWriteIndex(cache, i);
   if (index < 0) {
     cache->threadState[i] = 0;
     LOG_TRACE_AS(kName, "%s thread %d wait for no ts to process", i);
