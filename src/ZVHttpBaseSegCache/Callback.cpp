@@ -42,8 +42,11 @@ void TakeAnswer(HttpBaseSegCache* cache, HttpBaseSegCacheSegment* segment, int32
   if (code == ZV_HTTP_CODE_OK) {
     LearnLength(cache, segment, worker);
   }
-  segment->httpResponse = code;
-  ZV_HttpBaseSegCacheSignalThread(cache, segment, worker);
+  // An error status after the 200 does not replace it: the transfer breaks off, and its failure comes next.
+  if (segment->httpResponse == 0) {
+    segment->httpResponse = code;
+    ZV_HttpBaseSegCacheSignalThread(cache, segment, worker);
+  }
   if (IsReadSegment(cache, segment)) {
     LOG_TRACE_AS(kName, "%s thread %d notify outer", worker);
     NoteMessage(cache, code);

@@ -141,11 +141,13 @@ Answerer OpenLocal(HttpBaseSegCache* cache, const char* url) {
   return kLocal;
 }
 
-// The own stream may still go on with a segment from the local cache.
+// The player cannot know when the handle leaves the local cache, where Open needs no Close before it: from then on what is
+// still open is closed here.
 void EndContinuation(HttpBaseSegCache* cache) {
-  if (cache->continued.exchange(kNotContinued) == kNotContinued) {
+  if (cache->localCacheMade.load() == 0) {
     return;
   }
+  cache->continued.store(kNotContinued);
   if (ZV_HttpBaseSegCacheStreamGetOpenFlag(cache->stream) == 0) {
     ZV_HttpBaseSegCacheStreamClose(cache->stream);
   }
@@ -320,11 +322,10 @@ Answerer CloseLocal(HttpBaseSegCache* cache) {
 }
 
 int32_t CloseDirect(HttpBaseSegCache* cache) {
-  if (cache->continued.load() != kNotContinued) {
-    EndContinuation(cache);
-    return 0;
-  }
-  return ZV_HttpBaseSegCacheStreamClose(cache->stream);
+  const bool isContinued = cache->continued.load() != kNotContinued;
+  const int32_t result = isContinued ? 0 : ZV_HttpBaseSegCacheStreamClose(cache->stream);
+  EndContinuation(cache);
+  return result;
 }
 
 }  // namespace
