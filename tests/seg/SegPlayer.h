@@ -31,6 +31,12 @@ constexpr int32_t kOk = ZV_HTTP_CODE_OK;
 constexpr int32_t kFailed = ZV_HTTP_CODE_FAILED;
 constexpr int32_t kUnreachable = ZV_HTTP_CODE_UNREACHABLE;
 constexpr int kTimeScale = 20;
+// A sanitizer makes the threads of a handle slow to start: what is repeated often is then repeated less.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
 
 // One segment as it is listed, and what it must deliver.
 struct Segment {
