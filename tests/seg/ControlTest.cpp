@@ -218,7 +218,7 @@ TEST_F(ControlTest, EveryCallMayComeFromAnotherThread) {
     std::vector<std::thread> threads;
     const std::function<void(int)> kCalls[] = {
         [&](int i) {
-          i % 5 == 0 ? ZV_HttpBaseSegCacheAbortCurrentCaching(handle) : ZV_HttpBaseSegCacheResumeCaching(handle);
+          i % 200 == 0 ? ZV_HttpBaseSegCacheAbortCurrentCaching(handle) : ZV_HttpBaseSegCacheResumeCaching(handle);
         },
         [&](int i) { ZV_HttpBaseSegCacheSetThreadNumber(handle, 1 + i % 5); },
         [&](int i) {
