@@ -1,0 +1,32 @@
+// A disk that is full: while it lives, the system refuses what lies behind a limit in any file.
+#ifndef TESTS_SEG_FILE_LIMIT_H
+#define TESTS_SEG_FILE_LIMIT_H
+
+#include <sys/resource.h>
+
+#include <csignal>
+
+namespace seg {
+
+class FileLimit {
+ public:
+  explicit FileLimit(rlim_t limit) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit now = {limit, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &now);
+  }
+  ~FileLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+  FileLimit(const FileLimit&) = delete;
+  FileLimit& operator=(const FileLimit&) = delete;
+
+ private:
+  rlimit before_ = {};
+  void (*handler_)(int);
+};
+
+}  // namespace seg
+
+#endif
