@@ -1,5 +1,7 @@
-// The README's example as a process against nginx.
+// The README's examples as processes against nginx.
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 #include "Process.h"
 #include "RealTest.h"
@@ -22,6 +24,19 @@ TEST(RealExample, FailsForAMissingFile) {
   const ProcessResult result = RunExample("/missing.bin");
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.error, "failed: 404\n");
+}
+
+TEST(RealExample, PlaysSeeksAndLeavesNoFile) {
+  const std::filesystem::path files = Server().Folder() + "/example_play";
+  std::filesystem::create_directory(files);
+  ProcessSetup setup;
+  setup.arguments = {ZV_EXAMPLE_PLAY, Server().Url(Protocol::kHttp, "/media.bin"), files.string() + "/", "60000"};
+  const ProcessResult result = RunProcess(setup);
+  EXPECT_EQ(result.exitCode, 0) << result.error;
+  const std::string whole = MediaBytes(0, Nginx::kMediaBytes - 1);
+  EXPECT_TRUE(SameBytes(result.output, whole.substr(0, 1000000) + whole.substr(1000)));
+  EXPECT_EQ(result.error, "from 1000: " + std::to_string(Nginx::kMediaBytes - 1000) + " bytes\n");
+  EXPECT_TRUE(std::filesystem::is_empty(files));
 }
 
 }  // namespace

@@ -73,11 +73,12 @@ TEST_F(ControlTest, StoppedCachingFetchesNothingAndReadsWhatIsComplete) {
   ASSERT_TRUE(player->WaitForState(1, kSegmentCached));
   ZV_HttpBaseSegCacheAbortCurrentCaching(player->Get());
   ASSERT_TRUE(player->WaitUntilResting());
-  const int before = server_.RequestCount();
+  log_.Clear();
   EXPECT_EQ(player->Play(Url(segments[1]), segments[1]), "");
   ZV_HttpBaseSegCacheSetThreadNumber(player->Get(), 5);
   player->Add(Url(segments[0]), segments[0]);
-  EXPECT_EQ(server_.RequestCount(), before);
+  // Not the origin's count: a request that was dropped may still be on its way there.
+  EXPECT_FALSE(log_.Contains("is to perform"));
   ZV_HttpBaseSegCacheResumeCaching(player->Get());
   for (const Segment& segment : segments) {
     EXPECT_EQ(player->Play(Url(segment), segment), "");
