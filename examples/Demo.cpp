@@ -1,6 +1,6 @@
 // The library at work: fetches media-sized files from the test origin in the same process, over HTTP and HTTPS, with 1
 // and with 5 connections, compares every byte with what it must be, and prints a table. Exits with 1 when anything is
-// wrong.
+// wrong. With a media file as argument it goes on to play that through the progressive cache.
 //
 // Main thread only; the origin and the library bring their own threads.
 #include <atomic>
@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "DemoCache.h"
 #include "Origin.h"
 #include "Pattern.h"
 #include "ZVBase.h"
@@ -114,7 +115,7 @@ bool ShowRow(origin::Server* server, const char* scheme, uint64_t bytes, int32_t
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   std::printf("%-6s %11s %11s %8s %8s %9s %14s\n", "scheme", "connections", "bytes", "seconds", "MB/s", "requests",
               "first byte, ms");
   bool good = true;
@@ -128,6 +129,9 @@ int main() {
         good = ShowRow(&server, https ? "https" : "http", bytes, connections) && good;
       }
     }
+  }
+  if (argc > 1) {
+    good = ShowCache(argv[1]) && good;
   }
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

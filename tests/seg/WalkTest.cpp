@@ -20,6 +20,8 @@ constexpr double kDefaultSeconds = 4;
 constexpr int kStallMs = 60000;
 constexpr uint64_t kMostBytes = 120000;
 constexpr int kPlaylist = 400;
+constexpr int kSteerUs = 3000;
+constexpr int kMostSteerUs = 500000;
 
 using Clock = std::chrono::steady_clock;
 
@@ -177,6 +179,7 @@ class Walk {
         *wrong = wrong->empty() ? "Read gave -1" : *wrong;
         return kWrong;
       }
+      delivered_ += n;
       if (result == 1 && n == 0) {
         const End end = JudgeCodes();
         if (end != kRead) {
@@ -208,17 +211,20 @@ class Walk {
 
   std::string Check() const { return player_->Check(); }
 
-  // The second thread: every call that may come from anywhere.
+  // The second thread: every call that may come from anywhere. It slows down while the reader gets nowhere: on a slow
+  // machine it would otherwise drop every download before its end.
   void Steer(uint64_t seed) {
     Random dice(seed + 1);
-    while (!isOver_.load()) {
+    int mostUs = kSteerUs;
+    for (uint64_t seen = 0; !isOver_.load(); seen = delivered_.load()) {
+      mostUs = delivered_.load() == seen ? std::min(2 * mostUs, kMostSteerUs) : kSteerUs;
       {
         const std::lock_guard<std::mutex> guard(handleMutex_);
         if (player_ != nullptr) {
           SteerOnce(&dice);
         }
       }
-      std::this_thread::sleep_for(std::chrono::microseconds(dice.Below(3000)));
+      std::this_thread::sleep_for(std::chrono::microseconds(dice.Below(mostUs)));
     }
   }
 
@@ -267,7 +273,8 @@ class Walk {
   int begin_ = 0;                      // changed under handleMutex_
   int end_ = 0;
   int at_ = 0;
-  std::atomic<int> listed_{0};  // one that is surely listed
+  std::atomic<int> listed_{0};          // one that is surely listed
+  std::atomic<uint64_t> delivered_{0};  // bytes
   int completed_ = 0;
   bool isStopped_ = false;
   std::atomic<bool> isOver_{false};
