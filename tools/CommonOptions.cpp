@@ -36,6 +36,55 @@ void PrintLogLine(void*, int32_t level, const char*, const char* sourcePath, int
                Printable(text == nullptr ? "" : text).c_str());
 }
 
+// The settings that a downloader and a cache have in common.
+template <typename Handle>
+struct Setters {
+  void (*addHeader)(Handle*, const char*);
+  void (*setUserAgent)(Handle*, const char*);
+  void (*setDevice)(Handle*, const char*);
+  void (*setRetryTimes)(Handle*, int32_t);
+  void (*setRetryDelay)(Handle*, int32_t);
+  void (*addResponseKey)(Handle*, const char*);
+};
+
+const Setters<HttpBase> kDownloader = {ZV_HttpBaseSetReqHeader,  ZV_HttpBaseSetUserAgent,  ZV_HttpBaseSetDevice,
+                                       ZV_HttpBaseSetRetryTimes, ZV_HttpBaseSetRetryDelay, ZV_HttpBaseSetRespKey};
+const Setters<HttpBaseCache> kCache = {ZV_HttpBaseCacheSetReqHeader,  ZV_HttpBaseCacheSetUserAgent,
+                                       ZV_HttpBaseCacheSetDevice,     ZV_HttpBaseCacheSetRetryTimes,
+                                       ZV_HttpBaseCacheSetRetryDelay, ZV_HttpBaseCacheSetRespKey};
+
+template <typename Handle>
+void ApplyRequestOptions(Handle* handle, const CommonOptions& options, const Setters<Handle>& setters) {
+  for (const std::string& line : options.requestHeaders) {
+    setters.addHeader(handle, line.c_str());
+  }
+  if (options.userAgent) {
+    setters.setUserAgent(handle, options.userAgent->c_str());
+  }
+  if (options.interfaceName) {
+    setters.setDevice(handle, options.interfaceName->c_str());
+  }
+  if (options.retries) {
+    setters.setRetryTimes(handle, *options.retries);
+  }
+  if (options.retryDelayMs) {
+    setters.setRetryDelay(handle, *options.retryDelayMs);
+  }
+  for (const std::string& key : options.headerKeys) {
+    setters.addResponseKey(handle, key.c_str());
+  }
+}
+
+// Takes over a text that the library has handed out.
+std::optional<std::string> TakeText(char* value) {
+  if (value == nullptr) {
+    return std::nullopt;
+  }
+  std::string text = value;
+  ZV_Free(&value);
+  return text;
+}
+
 }  // namespace
 
 void ApplyOptions(HttpBase* handle, const CommonOptions& options) {
@@ -43,35 +92,28 @@ void ApplyOptions(HttpBase* handle, const CommonOptions& options) {
   if (options.segmentBytes) {
     ZV_HttpBaseSetDownloadSegLen(handle, *options.segmentBytes);
   }
-  for (const std::string& line : options.requestHeaders) {
-    ZV_HttpBaseSetReqHeader(handle, line.c_str());
+  ApplyRequestOptions(handle, options, kDownloader);
+}
+
+void ApplyOptions(HttpBaseCache* handle, const CommonOptions& options) {
+  ZV_HttpBaseCacheSetHttpConnNum(handle, &options.connections);
+  if (options.segmentBytes) {
+    ZV_HttpBaseCacheSetHttpConnRangeSize(handle, &*options.segmentBytes);
   }
-  if (options.userAgent) {
-    ZV_HttpBaseSetUserAgent(handle, options.userAgent->c_str());
-  }
-  if (options.interfaceName) {
-    ZV_HttpBaseSetDevice(handle, options.interfaceName->c_str());
-  }
-  if (options.retries) {
-    ZV_HttpBaseSetRetryTimes(handle, *options.retries);
-  }
-  if (options.retryDelayMs) {
-    ZV_HttpBaseSetRetryDelay(handle, *options.retryDelayMs);
-  }
-  for (const std::string& key : options.headerKeys) {
-    ZV_HttpBaseSetRespKey(handle, key.c_str());
-  }
+  ApplyRequestOptions(handle, options, kCache);
 }
 
 std::optional<std::string> ResponseHeader(HttpBase* handle, const std::string& key) {
   char* value = nullptr;
   ZV_HttpBaseGetRespbyKey(handle, key.c_str(), &value);
-  if (value == nullptr) {
-    return std::nullopt;
-  }
-  std::string text = value;
-  ZV_Free(&value);
-  return text;
+  return TakeText(value);
+}
+
+std::optional<std::string> ResponseHeader(HttpBaseCache* handle, const std::string& key) {
+  char none = 0;
+  char* value = &none;  // must point somewhere, and is replaced
+  ZV_HttpBaseCacheGetRespbyKey(handle, key.c_str(), &value);
+  return value == &none ? std::nullopt : TakeText(value);
 }
 
 LogToStandardError::LogToStandardError(std::optional<int32_t> level) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ZVHttpBase.h"
+#include "ZVHttpBaseCache.h"
 
 constexpr int32_t kLeastConnections = 1;
 constexpr int32_t kMostConnections = 5;
@@ -33,9 +34,11 @@ struct CommonOptions {
 };
 
 void ApplyOptions(HttpBase* handle, const CommonOptions& options);
+void ApplyOptions(HttpBaseCache* handle, const CommonOptions& options);
 
 // The value of a response header that was asked for, nothing when none was seen.
 std::optional<std::string> ResponseHeader(HttpBase* handle, const std::string& key);
+std::optional<std::string> ResponseHeader(HttpBaseCache* handle, const std::string& key);
 
 // While it lives, log lines of the level and above go to standard error.
 class LogToStandardError {

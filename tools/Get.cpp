@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <vector>
 
+#include "Handles.h"
 #include "Messages.h"
 #include "Output.h"
+#include "Pause.h"
 #include "Progress.h"
 #include "Report.h"
 #include "Signals.h"
@@ -18,8 +20,6 @@ namespace {
 constexpr size_t kBufferBytes = 1 << 20;
 // So much is collected before it is written while more keeps coming.
 constexpr size_t kWriteBytes = 256 << 10;
-constexpr int32_t kShortestWaitMs = 1;
-constexpr int32_t kLongestWaitMs = 5;
 constexpr const char* kContentRange = "Content-Range";
 
 // A download under way.
@@ -36,27 +36,6 @@ struct Transfer {
   std::vector<char> buffer = std::vector<char>(kBufferBytes);
   size_t held = 0;  // bytes in the buffer that are not written yet
 };
-
-// Closes and frees the handle, whichever way a command ends.
-class HandleOwner {
- public:
-  explicit HandleOwner(Messages* messages) {
-    const SignalsForMainThreadOnly guard;
-    handle_ = ZV_HttpBaseInit(ReceiveMessage, messages);
-  }
-  ~HandleOwner() { ZV_HttpBaseRelease(&handle_); }
-  HandleOwner(const HandleOwner&) = delete;
-  HandleOwner& operator=(const HandleOwner&) = delete;
-
-  HttpBase* Get() const { return handle_; }
-
- private:
-  HttpBase* handle_ = nullptr;
-};
-
-Outcome TransferFailed(const std::string& why) {
-  return {ExitCode::kTransferFailed, 0, "transfer failed: " + why};
-}
 
 // The user may have asked for the header too; the library fills only one of two equal keys.
 std::string RangeKey(const std::vector<std::string>& keys) {
@@ -163,10 +142,9 @@ int32_t ReadMore(Transfer* transfer) {
   return more;
 }
 
-// Reads and writes until the end. While nothing comes it sleeps, longer each time up to a bound that keeps the
-// library's buffer from running full meanwhile.
+// Reads and writes until the end.
 Outcome Pump(Transfer* transfer) {
-  int32_t waitMs = kShortestWaitMs;
+  Pause pause;
   while (!IsInterrupted()) {
     const size_t before = transfer->held;
     const int32_t more = ReadMore(transfer);
@@ -184,10 +162,9 @@ Outcome Pump(Transfer* transfer) {
     }
     transfer->progress->Update(transfer->written, ExpectedBytes(*transfer));
     if (isIdle) {
-      ZV_SleepFor(waitMs);
-      waitMs = std::min(waitMs + 1, kLongestWaitMs);
+      pause.Sleep();
     } else {
-      waitMs = kShortestWaitMs;
+      pause.Reset();
     }
   }
   return InterruptedOutcome();
@@ -211,7 +188,7 @@ void FillReport(const Transfer& transfer, Report* report) {
 // Fetches into an output that is open.
 Outcome Fetch(const GetOptions& options, Output* output, Report* report) {
   Messages messages;
-  const HandleOwner owner(&messages);
+  const DownloaderOwner owner(ReceiveMessage, &messages);
   if (owner.Get() == nullptr) {
     return {ExitCode::kInternal, 0, "cannot make a downloader"};
   }
@@ -237,19 +214,6 @@ Outcome Fetch(const GetOptions& options, Output* output, Report* report) {
   return outcome;
 }
 
-// Everything that is printed at the end. The outcome can become worse by it.
-void Tell(const GetOptions& options, const Report& report, bool toStandardOutput, Outcome* outcome) {
-  if (options.common.stats) {
-    PrintStats(report, stderr);
-  }
-  if (options.common.json && !PrintJson(report, *outcome, toStandardOutput ? stderr : stdout) && outcome->IsOk()) {
-    *outcome = {ExitCode::kOutputFailed, 0, "cannot write the report to standard output"};
-  }
-  if (!outcome->IsOk()) {
-    PrintError(options.common.url + ": " + outcome->error);
-  }
-}
-
 }  // namespace
 
 ExitCode RunGet(const GetOptions& options) {
@@ -273,6 +237,6 @@ ExitCode RunGet(const GetOptions& options) {
       outcome = IsInterrupted() ? InterruptedOutcome() : Outcome{ExitCode::kOutputFailed, 0, error};
     }
   }
-  Tell(options, report, name == "-", &outcome);
+  TellEnd(options.common, report, name == "-", &outcome);
   return outcome.exitCode;
 }

@@ -1,4 +1,4 @@
-// zvhttp: the downloader on the command line. This file reads the arguments; each command has a file of its own.
+// zvhttp: the downloader and the cache on the command line. This file reads the arguments; each command has a file of its own.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
@@ -8,14 +8,18 @@
 
 #include "Get.h"
 #include "LumLog.h"
+#include "Probe.h"
 #include "Serve.h"
 #include "Signals.h"
+#include "Stream.h"
 #include "System.h"
 #include "Text.h"
 
 namespace {
 
 constexpr int32_t kNoLimit = std::numeric_limits<int32_t>::max();
+// As the positions of --range.
+constexpr int64_t kLastPosition = (int64_t{1} << 62) - 1;
 
 constexpr const char* kExitCodes = R"(Exit codes:
   0    done
@@ -36,6 +40,21 @@ constexpr const char* kGetExamples = R"(Examples:
 A file gets its name when it is complete; until then it is a hidden temporary file next to it.
 )";
 
+constexpr const char* kStreamExamples = R"(Examples:
+  zvhttp stream http://host/film.mp4 | mpv -           plays while it reads ahead
+  zvhttp stream -n 3 --duration 5400000 -o f http://host/film.mp4
+  zvhttp stream --walk 7,200 http://host/film.mp4      200 random reads and seeks, a JSON line for each
+
+It ends well when the reader of standard output has seen enough. The cache files are gone at the end, however it ends.
+)";
+
+constexpr const char* kProbeExamples = R"(Examples:
+  zvhttp probe --offset 90000000 http://host/film.mp4             a seek while the transfer runs
+  zvhttp probe --offset 500000 --idle 2000 http://host/film.mp4   back into what is cached
+
+Prints first_ms=X seek_ms=Y: from opening, and from the seek, to the first byte, in milliseconds.
+)";
+
 constexpr const char* kServeExamples = R"(Examples:
   zvhttp serve /srv/media --port 8080
   zvhttp serve --pattern 1000000000    1 GB of synthetic bytes under /pattern/1000000000
@@ -48,6 +67,10 @@ std::string CheckRange(const std::string& text) {
   int64_t first = 0;
   int64_t last = 0;
   return ParseRangeText(text, &first, &last) ? "" : "'" + text + "' is not FIRST-LAST, FIRST- or -COUNT";
+}
+
+std::string CheckWalk(const std::string& text) {
+  return ParseWalk(text) ? "" : "'" + text + "' is not SEED or SEED,STEPS";
 }
 
 std::string CheckOneLine(const std::string& text) {
@@ -93,8 +116,6 @@ void AddRequestOptions(CLI::App* app, CommonOptions* options) {
 }
 
 void AddReportOptions(CLI::App* app, CommonOptions* options) {
-  const std::map<std::string, int32_t> levels = {
-      {"trace", LUM_LEVEL_TRACE}, {"error", LUM_LEVEL_ERROR}, {"failure", LUM_LEVEL_FAILURE}};
   app->add_option("--header-key", options->headerKeys, "Report the value of this response header; repeatable")
       ->type_name("KEY")
       ->expected(1)
@@ -104,13 +125,10 @@ void AddReportOptions(CLI::App* app, CommonOptions* options) {
   app->add_flag("--stats", options->stats, "Print a table of figures on standard error at the end");
   app->add_flag("--json", options->json,
                 "Print a JSON object at the end, on failure too; on standard output, with -o - on standard error");
-  app->add_option("--log", options->logLevel, "Log lines on standard error from this level on: trace, error, failure")
-      ->type_name("LEVEL")
-      ->transform(CLI::CheckedTransformer(levels).description(""));
   app->add_flag("--quiet", options->quiet, "No progress line; errors are still told");
 }
 
-void AddCommonOptions(CLI::App* app, CommonOptions* options) {
+void AddConnectionOptions(CLI::App* app, CommonOptions* options) {
   app->add_option("URL", options->url, "What to fetch, http:// or https://")
       ->type_name("")
       ->required()
@@ -122,7 +140,20 @@ void AddCommonOptions(CLI::App* app, CommonOptions* options) {
       ->type_name("BYTES")
       ->check(CLI::Range(kLeastSegmentBytes, kMostSegmentBytes));
   AddRequestOptions(app, options);
+}
+
+void AddLogOption(CLI::App* app, CommonOptions* options) {
+  const std::map<std::string, int32_t> levels = {
+      {"trace", LUM_LEVEL_TRACE}, {"error", LUM_LEVEL_ERROR}, {"failure", LUM_LEVEL_FAILURE}};
+  app->add_option("--log", options->logLevel, "Log lines on standard error from this level on: trace, error, failure")
+      ->type_name("LEVEL")
+      ->transform(CLI::CheckedTransformer(levels).description(""));
+}
+
+void AddCommonOptions(CLI::App* app, CommonOptions* options) {
+  AddConnectionOptions(app, options);
   AddReportOptions(app, options);
+  AddLogOption(app, options);
 }
 
 CLI::App* AddGet(CLI::App* app, GetOptions* options, std::string* rangeText) {
@@ -139,6 +170,65 @@ CLI::App* AddGet(CLI::App* app, GetOptions* options, std::string* rangeText) {
   get->add_flag("--whole", options->whole, "Fetch all of it into memory over one connection, then write it")
       ->excludes(range);
   return get;
+}
+
+void AddCacheOptions(CLI::App* app, CacheOptions* options) {
+  app->add_option("--cache-dir", options->folder,
+                  "Keep the cache files in this folder; default: a private one in the temporary directory")
+      ->type_name("DIR")
+      ->check(Named(CheckNotEmpty));
+  app->add_option("--cache-time", options->cacheTime, "Seconds of media to keep ahead, at least 40; default 40")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, kNoLimit));
+  app->add_option("--duration", options->durationMs, "Length of the media: what a second of it takes follows from it")
+      ->type_name("MS")
+      ->check(CLI::Range(0, kNoLimit));
+}
+
+CLI::App* AddStream(CLI::App* app, StreamOptions* options, std::string* walkText) {
+  CLI::App* stream = app->add_subcommand("stream", "Read a URL through the cache, as a player does");
+  stream->footer(std::string(kStreamExamples) + "\n" + kExitCodes);
+  AddCommonOptions(stream, &options->common);
+  AddCacheOptions(stream, &options->cache);
+  stream->add_option("-o,--output", options->output, "File to write; default '-': standard output")
+      ->type_name("FILE")
+      ->check(Named(CheckNotEmpty));
+  CLI::Option* seek =
+      stream
+          ->add_option("--seek", options->seeks,
+                       "Begin there; repeatable: go to each place in turn, await its first byte, write from the last")
+          ->type_name("BYTE")
+          ->expected(1)
+          ->take_all()
+          ->allow_extra_args(false)
+          ->check(CLI::Range(int64_t{0}, kLastPosition));
+  stream
+      ->add_option(
+          "--walk", *walkText,
+          "Instead of the stream, write one line of JSON for each of STEPS (100) random reads, pauses and seeks")
+      ->type_name("SEED[,STEPS]")
+      ->check(Named(CheckWalk))
+      ->excludes(seek);
+  return stream;
+}
+
+CLI::App* AddProbe(CLI::App* app, ProbeOptions* options) {
+  CLI::App* probe = app->add_subcommand("probe", "Measure opening and one seek");
+  probe->footer(std::string(kProbeExamples) + "\n" + kExitCodes);
+  AddConnectionOptions(probe, &options->common);
+  AddLogOption(probe, &options->common);
+  probe->add_option("--offset", options->offset, "Where to seek to")
+      ->type_name("BYTE")
+      ->required()
+      ->check(CLI::Range(int64_t{0}, kLastPosition));
+  probe->add_option("--read", options->readBytes, "Read so much before; default 1000000")
+      ->type_name("BYTES")
+      ->check(CLI::Range(int64_t{0}, kLastPosition));
+  probe->add_option("--idle", options->idleMs, "Then read nothing for so long; default 0")
+      ->type_name("MS")
+      ->check(CLI::Range(0, kNoLimit));
+  probe->add_flag("--direct", options->direct, "The downloader alone: close, set the range, open");
+  return probe;
 }
 
 CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
@@ -166,14 +256,19 @@ ExitCode BadArguments(const std::string& why) {
 }
 
 ExitCode Run(int argc, char** argv) {
-  CLI::App app("Fetches media over HTTP and HTTPS over one to five connections.", "zvhttp");
+  CLI::App app("Fetches and streams media over HTTP and HTTPS over one to five connections.", "zvhttp");
   app.set_version_flag("--version", "zvhttp " ZVHTTP_VERSION);
   app.require_subcommand(1);
   app.footer(std::string("zvhttp COMMAND --help tells more.\n\n") + kExitCodes);
   GetOptions getOptions;
   std::string rangeText;
+  StreamOptions streamOptions;
+  std::string walkText;
+  ProbeOptions probeOptions;
   ServeOptions serveOptions;
   const CLI::App* get = AddGet(&app, &getOptions, &rangeText);
+  const CLI::App* stream = AddStream(&app, &streamOptions, &walkText);
+  const CLI::App* probe = AddProbe(&app, &probeOptions);
   AddServe(&app, &serveOptions);
   try {
     app.parse(argc, argv);
@@ -185,6 +280,13 @@ ExitCode Run(int argc, char** argv) {
       ParseRangeText(rangeText, &getOptions.range.first, &getOptions.range.last);
     }
     return RunGet(getOptions);
+  }
+  if (stream->parsed()) {
+    streamOptions.walk = ParseWalk(walkText);
+    return RunStream(streamOptions);
+  }
+  if (probe->parsed()) {
+    return RunProbe(probeOptions);
   }
   if (serveOptions.directory.empty() && serveOptions.patternBytes.empty()) {
     return BadArguments("serve: DIR is required");

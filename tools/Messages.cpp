@@ -61,3 +61,7 @@ Outcome JudgeMessages(const Messages& messages, const std::string& url, int64_t 
   }
   return {};
 }
+
+Outcome TransferFailed(const std::string& why) {
+  return {ExitCode::kTransferFailed, 0, "transfer failed: " + why};
+}

@@ -24,4 +24,7 @@ bool HasComplaint(const Messages& messages);
 // The outcome that the complaints of a download of url amount to; bytes had been delivered. Ok when there is none.
 Outcome JudgeMessages(const Messages& messages, const std::string& url, int64_t bytes);
 
+// The outcome of a transfer that no code of the library explains.
+Outcome TransferFailed(const std::string& why);
+
 #endif

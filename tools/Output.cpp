@@ -86,6 +86,7 @@ bool Output::Write(const char* bytes, size_t count, std::string* error) {
   while (count > 0) {
     const int64_t written = WriteSome(descriptor_, bytes, count);
     if (written < 0 && (errno != EINTR || IsInterrupted())) {
+      isReaderGone_ = errno == EPIPE;
       return Fail("cannot write ", errno, error);
     }
     if (written > 0) {

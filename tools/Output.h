@@ -23,6 +23,8 @@ class Output {
   bool Open(const std::string& name, std::string* error);
   // False with error when not every byte could be written; also when a signal asked to stop meanwhile.
   bool Write(const char* bytes, size_t count, std::string* error);
+  // Whether the last failed write failed because nobody reads the pipe any more.
+  bool IsReaderGone() const { return isReaderGone_; }
   // Closes it and gives a regular file its name.
   bool Finish(std::string* error);
 
@@ -34,6 +36,7 @@ class Output {
   std::filesystem::path target_;
   std::filesystem::path temporary_;  // empty when written directly
   int descriptor_ = -1;
+  bool isReaderGone_ = false;
 };
 
 // The file name that a URL suggests: its last path segment, without query and fragment. Empty when there is none that

@@ -11,6 +11,9 @@ namespace {
 constexpr int64_t kUpdateMs = 200;
 // How much of the shown speed is that of the last interval: about two seconds are averaged.
 constexpr double kNewWeight = 0.2;
+// What the library takes for a second of media, and keeps ahead, before it knows length and duration.
+constexpr double kUnsizedSecond = 1 << 20;
+constexpr double kUnsizedTarget = 5 << 20;
 
 }  // namespace
 
@@ -35,7 +38,26 @@ std::string FormatProgress(const ProgressState& state) {
   } else {
     line += state.connections == 1 ? "  1 connection" : "";
   }
+  if (state.ahead) {
+    line += "  " + FormatSeconds(static_cast<double>(state.ahead->ms) / 1000);
+    line += " (" + FormatBytes(static_cast<double>(state.ahead->bytes)) + ") ahead";
+  }
   return line;
+}
+
+Ahead EstimateAhead(int32_t ms, int64_t cacheTimeMs, int64_t durationMs, int64_t position, int64_t length) {
+  const bool isSized = length > 0 && durationMs > 0;
+  const double perSecond =
+      isSized ? static_cast<double>(length) * 1000 / static_cast<double>(durationMs) : kUnsizedSecond;
+  double bytes = static_cast<double>(ms) / 1000 * perSecond;
+  if (ms >= cacheTimeMs) {
+    const int64_t shares = isSized && durationMs > cacheTimeMs ? durationMs / cacheTimeMs + 1 : 1;
+    bytes = isSized ? static_cast<double>(length) / static_cast<double>(shares) : kUnsizedTarget;
+  }
+  if (length > 0) {
+    bytes = std::min(bytes, static_cast<double>(std::max<int64_t>(length - position, 0)));
+  }
+  return {ms, static_cast<int64_t>(bytes)};
 }
 
 int32_t ConnectionsFor(int64_t remaining, int32_t segmentBytes, int32_t connections) {
@@ -60,15 +82,16 @@ ProgressLine::~ProgressLine() {
   }
 }
 
+bool ProgressLine::IsDue() const {
+  return isShown_ && ZV_ChronoGetTick() - drawnMs_ >= kUpdateMs;
+}
+
 void ProgressLine::Update(int64_t bytes, int64_t expected) {
-  if (!isShown_) {
+  if (!IsDue()) {
     return;
   }
   const int64_t now = ZV_ChronoGetTick();
   const int64_t elapsed = now - drawnMs_;
-  if (elapsed < kUpdateMs) {
-    return;
-  }
   const double speed = static_cast<double>(bytes - drawnBytes_) * 1000 / static_cast<double>(elapsed);
   speed_ = drawnBytes_ == 0 ? speed : speed_ + (speed - speed_) * kNewWeight;
   Draw(now, bytes, expected);
@@ -90,6 +113,7 @@ void ProgressLine::Draw(int64_t now, int64_t bytes, int64_t expected) {
   state.bytes = bytes;
   state.expected = expected;
   state.bytesPerSecond = speed_;
+  state.ahead = ahead_;
   state.connections =
       ConnectionsFor(expected < 0 ? -1 : std::max<int64_t>(expected - bytes, 0), segmentBytes_, connections_);
   std::string line = FormatProgress(state);

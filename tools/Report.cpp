@@ -34,6 +34,11 @@ void PrintStats(const Report& report, std::FILE* stream) {
   for (const auto& [key, value] : report.headers) {
     PrintRow(stream, key + ":", value.value_or("-"));
   }
+  for (const SeekFigure& seek : report.seeks.value_or(std::vector<SeekFigure>())) {
+    PrintRow(
+        stream, "seek (ms)",
+        FormatFixed(seek.firstByteMs, 3) + " to " + std::to_string(seek.position) + (seek.isCached ? ", cached" : ""));
+  }
 }
 
 bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream) {
@@ -56,7 +61,26 @@ bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream) 
   for (const auto& [key, value] : report.headers) {
     object["headers"][key] = OrNull(value);
   }
+  if (report.seeks) {
+    object["seeks"] = nlohmann::ordered_json::array();
+    for (const SeekFigure& seek : *report.seeks) {
+      object["seeks"].push_back(
+          {{"position", seek.position}, {"firstByteMs", seek.firstByteMs}, {"cached", seek.isCached}});
+    }
+  }
   // Header values can hold any bytes; those that are no UTF-8 are replaced.
   const std::string text = object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   return std::fputs(text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+}
+
+void TellEnd(const CommonOptions& options, const Report& report, bool toStandardError, Outcome* outcome) {
+  if (options.stats) {
+    PrintStats(report, stderr);
+  }
+  if (options.json && !PrintJson(report, *outcome, toStandardError ? stderr : stdout) && outcome->IsOk()) {
+    *outcome = {ExitCode::kOutputFailed, 0, "cannot write the report to standard output"};
+  }
+  if (!outcome->IsOk()) {
+    PrintError(options.url + ": " + outcome->error);
+  }
 }

@@ -9,7 +9,15 @@
 #include <utility>
 #include <vector>
 
+#include "CommonOptions.h"
 #include "ExitCode.h"
+
+// One place that a stream was opened at or taken to.
+struct SeekFigure {
+  int64_t position = 0;
+  double firstByteMs = 0;  // from the call to the first byte out of Read
+  bool isCached = false;   // answered without a request
+};
 
 struct Report {
   std::string url;
@@ -20,11 +28,16 @@ struct Report {
   int32_t connections = 1;
   std::optional<std::string> redirectUrl;
   std::vector<std::pair<std::string, std::optional<std::string>>> headers;
+  std::optional<std::vector<SeekFigure>> seeks;  // of commands that seek
 };
 
 void PrintStats(const Report& report, std::FILE* stream);
 
 // One object on one line. False when it cannot be written.
 bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream);
+
+// Everything that a command prints at its end: what the options ask for, and the error line. toStandardError when
+// standard output is taken. The outcome can become worse by it.
+void TellEnd(const CommonOptions& options, const Report& report, bool toStandardError, Outcome* outcome);
 
 #endif

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #else
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -32,6 +33,17 @@ bool IsTerminal(int descriptor) {
 
 int ProcessId() {
   return _getpid();
+}
+
+bool MakePrivateFolder(const std::filesystem::path& path, std::error_code* code) {
+  // The folder of temporary files is the user's own there, and hands its permissions on.
+  if (std::filesystem::create_directory(path, *code)) {
+    return true;
+  }
+  if (!*code) {
+    *code = std::make_error_code(std::errc::file_exists);
+  }
+  return false;
 }
 
 int OpenForWriting(const std::filesystem::path& path, bool mustBeNew) {
@@ -72,6 +84,15 @@ bool IsTerminal(int descriptor) {
 
 int ProcessId() {
   return static_cast<int>(getpid());
+}
+
+bool MakePrivateFolder(const std::filesystem::path& path, std::error_code* code) {
+  if (mkdir(path.c_str(), S_IRWXU) == 0) {
+    code->clear();
+    return true;
+  }
+  *code = std::error_code(errno, std::generic_category());
+  return false;
 }
 
 int OpenForWriting(const std::filesystem::path& path, bool mustBeNew) {

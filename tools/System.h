@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <system_error>
 
 constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
@@ -15,6 +16,9 @@ void ReserveStandardDescriptors();
 
 bool IsTerminal(int descriptor);
 int ProcessId();
+
+// A new folder that only its owner can look into. False with the reason; file_exists when the name is taken.
+bool MakePrivateFolder(const std::filesystem::path& path, std::error_code* code);
 
 // A file for writing, created when it is missing, or -1 with errno. With mustBeNew an existing one is an error
 // (EEXIST), otherwise it is emptied.

@@ -51,6 +51,16 @@ std::vector<std::vector<std::string>> LinesWithBadArguments(const std::string& s
       {"get", server + "/"},
       {"get", "http://127.0.0.1"},
       {"get", "nothing"},
+      {"stream"},
+      {"stream", url, "--seek", "-1"},
+      {"stream", url, "--seek", "1", "--walk", "1"},
+      {"stream", url, "--walk", "1,"},
+      {"stream", url, "--walk", "x"},
+      {"stream", url, "--cache-time", "-1"},
+      {"stream", url, "--duration", "x"},
+      {"probe", url},
+      {"probe", url, "--offset", "-1"},
+      {"probe", url, "--offset", "1", "--idle", "-1"},
       {"serve"},
       {"serve", "missing"},
       {"serve", ".", "--port", "65536"},
@@ -71,7 +81,8 @@ TEST_F(CliTest, BadArgumentsAreRefusedBeforeAnythingIsAttempted) {
 }
 
 TEST_F(CliTest, HelpAndVersionSucceed) {
-  for (const std::vector<std::string>& row : std::vector<std::vector<std::string>>{{"--help"}, {"get", "--help"}}) {
+  for (const std::vector<std::string>& row : std::vector<std::vector<std::string>>{
+           {"--help"}, {"get", "--help"}, {"stream", "--help"}, {"probe", "--help"}}) {
     const ProcessResult result = RunProcess(Zvhttp(row));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.output.find("Exit codes:"), std::string::npos) << result.output;

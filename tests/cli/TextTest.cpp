@@ -118,12 +118,30 @@ TEST(FileNameOfUrl, IsTheLastPathSegment) {
 }
 
 TEST(ProgressLine, SaysWhatIsKnown) {
-  EXPECT_EQ(FormatProgress({1300000, 3100000, 900000, 5}),
+  EXPECT_EQ(FormatProgress({1300000, 3100000, 900000, 5, {}}),
             "41.9 %  1.3 MB of 3.1 MB  900.0 kB/s  0:02 left  up to 5 connections");
-  EXPECT_EQ(FormatProgress({999, -1, 0, 1}), "999 B  0 B/s  1 connection");
-  EXPECT_EQ(FormatProgress({0, 5000, 0, 2}), "0.0 %  0 B of 5.0 kB  0 B/s  -:-- left  up to 2 connections");
+  EXPECT_EQ(FormatProgress({999, -1, 0, 1, {}}), "999 B  0 B/s  1 connection");
+  EXPECT_EQ(FormatProgress({0, 5000, 0, 2, {}}), "0.0 %  0 B of 5.0 kB  0 B/s  -:-- left  up to 2 connections");
   // Not 100 before the last byte.
-  EXPECT_EQ(FormatProgress({999999, 1000000, 1e6, 1}).substr(0, 6), "99.9 %");
+  EXPECT_EQ(FormatProgress({999999, 1000000, 1e6, 1, {}}).substr(0, 6), "99.9 %");
+}
+
+TEST(ProgressLine, SaysWhatIsAhead) {
+  EXPECT_EQ(FormatProgress({999, -1, 0, 1, Ahead{12000, 1500000}}), "999 B  0 B/s  1 connection  0:12 (1.5 MB) ahead");
+  const struct {
+    int32_t ms;
+    int64_t durationMs;
+    int64_t position;
+    int64_t length;
+    int64_t bytes;
+  } rows[] = {{3000, 0, 0, -1, 3 << 20},     {3000, 100000, 0, 1000000, 30000}, {3000, 100000, 999000, 1000000, 1000},
+              {40000, 0, 0, -1, 5 << 20},    {40000, 0, 0, 1000, 1000},         {40000, 100000, 0, 900000, 300000},
+              {40000, 20000, 100, 1000, 900}};
+  for (const auto& row : rows) {
+    const Ahead ahead = EstimateAhead(row.ms, 40000, row.durationMs, row.position, row.length);
+    EXPECT_EQ(ahead.ms, row.ms);
+    EXPECT_EQ(ahead.bytes, row.bytes) << row.ms << " of " << row.durationMs << " at " << row.position;
+  }
 }
 
 TEST(ProgressLine, CountsNoMoreConnectionsThanSegmentsRemain) {
