@@ -40,7 +40,7 @@ Core::Core(const Options& options)
       acceptPause_(io_),
       mailbox_(std::make_shared<Mailbox>(&io_)) {
   if (options_.https) {
-    tls_ = MakeTlsContext();
+    tls_ = MakeTls();
   }
   Listen();
   Accept();
@@ -96,7 +96,7 @@ void Core::Welcome(tcp::socket socket) {
   socket.set_option(tcp::no_delay(true), ignored);
   const bool isPlain = tls_ == nullptr || options_.stallHandshake;
   std::unique_ptr<Transport> transport =
-      isPlain ? MakePlainTransport(std::move(socket)) : MakeTlsTransport(std::move(socket), *tls_);
+      isPlain ? MakePlainTransport(std::move(socket)) : tls_->Wrap(std::move(socket));
   const auto connection = std::make_shared<Connection>(this, std::move(transport), ++accepted_);
   connections_.insert(connection);
   NoteConnections();
