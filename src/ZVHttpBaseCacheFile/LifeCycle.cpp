@@ -1,0 +1,110 @@
+// Making and deleting cache files. Called by whichever thread owns the record; no lock is taken.
+#include <cinttypes>
+#include <cstring>
+
+#include "Common/Guard.h"
+#include "ZVHttpBaseCacheFile/LogNames.h"
+#include "ZVHttpBaseCacheFile/ZVHttpBaseCacheFile.h"
+
+namespace {
+
+constexpr size_t kNameTailBytes = 129;
+constexpr size_t kNumberBytes = 64;
+constexpr int32_t kFillerBlockBytes = 262144;
+constexpr int kFiller = 0x23;
+
+void CloseAndDelete(HttpBaseCacheFile* cacheFile) {
+  fclose(cacheFile->file);
+  remove(cacheFile->cacheFileName);
+}
+
+// Reserves the room on disk by writing it full, in whole blocks. The last flush may be the one that finds the disk full.
+bool Reserve(FILE* file, const void* block, int32_t size) {
+  for (int64_t left = size; left > 0; left -= kFillerBlockBytes) {
+    fwrite(block, 1, static_cast<size_t>(kFillerBlockBytes), file);
+    if (ferror(file) != 0) {
+      return false;
+    }
+  }
+  return fflush(file) == 0 && fseek(file, 0, SEEK_SET) == 0;
+}
+
+bool PreWrite(const char* name, HttpBaseCacheFile* cacheFile, int32_t size) {
+  void* preWriteData = ZV_Malloc(static_cast<size_t>(kFillerBlockBytes));
+  if (preWriteData == nullptr) {
+    LOG_ERROR_AS(name, "%s preWriteData failed for no memory");
+    return false;
+  }
+  const ScopeGuard freeBlock([&preWriteData] { ZV_Free(&preWriteData); });
+  memset(preWriteData, kFiller, static_cast<size_t>(kFillerBlockBytes));
+  if (!Reserve(cacheFile->file, preWriteData, size)) {
+    LOG_ERROR_AS(name, "%s failed for write file %s", cacheFile->cacheFileName);
+    return false;
+  }
+  cacheFile->fileSize = size;
+  return true;
+}
+
+}  // namespace
+
+char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
+  const int64_t tick = ZV_ChronoGetTick();
+  const size_t length = strlen(filePath);
+  char* const name = static_cast<char*>(ZV_Calloc(length + kNameTailBytes));
+  if (name == nullptr) {
+    LOG_ERROR("%s failed for no memory");
+    return nullptr;
+  }
+  memcpy(name, filePath, length);
+  char number[kNumberBytes] = {};
+  char address[kNumberBytes] = {};
+  snprintf(number, sizeof number, "%lld", Wide(tick));
+  snprintf(address, sizeof address, "%p", static_cast<void*>(name));
+  strcat(name, number);
+  strcat(name, address);
+  return name;
+}
+
+HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize) {
+  if (filePath == nullptr) {
+    LOG_ERROR("%s input param filePath is NULL");
+    return nullptr;
+  }
+  HttpBaseCacheFile* cacheFile = static_cast<HttpBaseCacheFile*>(ZV_Calloc(sizeof(HttpBaseCacheFile)));
+  if (cacheFile == nullptr) {
+    LOG_ERROR("%s cacheFile failed for no memory");
+    return nullptr;
+  }
+  ScopeGuard freeRecord([&cacheFile] { ZV_Free(&cacheFile); });
+  cacheFile->cacheFileName = ZV_HttpBaseCacheFileMakeCacheFileName(filePath);
+  if (cacheFile->cacheFileName == nullptr) {
+    LOG_ERROR("%s cacheFileName failed for no memory");
+    return nullptr;
+  }
+  ScopeGuard freeName([cacheFile] { ZV_Free(&cacheFile->cacheFileName); });
+  cacheFile->file = fopen(cacheFile->cacheFileName, "wb+");
+  if (cacheFile->file == nullptr) {
+    LOG_ERROR("%s failed for open %s", cacheFile->cacheFileName);
+    return nullptr;
+  }
+  if (preWriteSize > 0 && !PreWrite(__func__, cacheFile, preWriteSize)) {
+    CloseAndDelete(cacheFile);
+    return nullptr;
+  }
+  freeName.Dismiss();
+  freeRecord.Dismiss();
+  return cacheFile;
+}
+
+void ZV_HttpBaseCacheFileReleaseCacheFile(HttpBaseCacheFile** cacheFile) {
+  if (cacheFile == nullptr || *cacheFile == nullptr) {
+    return;
+  }
+  if ((*cacheFile)->file == nullptr || (*cacheFile)->cacheFileName == nullptr) {
+    LOG_ERROR("%s cache file failed");
+    return;
+  }
+  CloseAndDelete(*cacheFile);
+  ZV_Free(&(*cacheFile)->cacheFileName);
+  ZV_Free(cacheFile);
+}
