@@ -39,7 +39,7 @@ Core::Core(const Options& options)
       acceptor_(io_),
       acceptPause_(io_),
       mailbox_(std::make_shared<Mailbox>(&io_)) {
-  if (options_.https) {
+  if (options_.https && !options_.stallHandshake) {
     tls_ = MakeTls();
   }
   Listen();
@@ -94,7 +94,7 @@ void Core::Accept() {
 void Core::Welcome(tcp::socket socket) {
   error_code ignored;
   socket.set_option(tcp::no_delay(true), ignored);
-  const bool isPlain = tls_ == nullptr || options_.stallHandshake;
+  const bool isPlain = tls_ == nullptr;
   std::unique_ptr<Transport> transport =
       isPlain ? MakePlainTransport(std::move(socket)) : tls_->Wrap(std::move(socket));
   const auto connection = std::make_shared<Connection>(this, std::move(transport), ++accepted_);
