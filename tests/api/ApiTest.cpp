@@ -27,8 +27,8 @@ class ApiTest : public testing::Test {
   HttpBase* hb_;
 };
 
-// One call, its result (0 where it has none) and the lines it writes: "level text", where {hb} stands for the handle and
-// {f} for the function's name, which begins with ZV_HttpBase.
+// One call, its result (0 where it has none) and the lines it writes: "level text", where {hb} stands for the handle,
+// {null} for none and {f} for the function's name, which begins with ZV_HttpBase.
 struct CallRow {
   const char* function;
   std::function<int64_t(HttpBase*)> call;
@@ -43,14 +43,20 @@ std::string Replace(std::string text, const std::string& what, const std::string
   return text;
 }
 
+// As the log shows it.
+std::string Address(void* pointer) {
+  char text[32];
+  snprintf(text, sizeof text, "%p", pointer);
+  return text;
+}
+
 void CheckCall(const CallRow& row, HttpBase* hb) {
   const LogCapture log;
   EXPECT_EQ(row.result, row.call(hb)) << row.function;
-  char handle[32];
-  snprintf(handle, sizeof handle, "%p", static_cast<void*>(hb));
   std::vector<std::string> expected;
   for (const std::string& line : row.lines) {
-    expected.push_back(Replace(Replace(line, "{hb}", handle), "{f}", std::string("ZV_HttpBase") + row.function));
+    const std::string handles = Replace(Replace(line, "{hb}", Address(hb)), "{null}", Address(nullptr));
+    expected.push_back(Replace(handles, "{f}", std::string("ZV_HttpBase") + row.function));
   }
   std::vector<std::string> lines;
   for (const LogLine& line : log.Lines()) {
@@ -93,11 +99,11 @@ TEST_F(ApiTest, NullHandlesAreRefusedWithTheFunctionsOwnLine) {
   const auto releaseNull = [](HttpBase*) { return ZV_HttpBaseRelease(nullptr), 0; };
   const CallRow rows[] = {
       {"Init", init, 0, {"0 {f}: Init HttpBase."}},
-      {"Open", OnNull(ZV_HttpBaseOpen, "http://x"), -1, {"0 {f}: Open HttpBase[(nil)]"}},
+      {"Open", OnNull(ZV_HttpBaseOpen, "http://x"), -1, {"0 {f}: Open HttpBase[{null}]"}},
       {"Read", OnNull(ZV_HttpBaseRead, nullptr, 0U, nullptr), -1, {}},
-      {"Close", OnNull(ZV_HttpBaseClose), -1, {"0 {f}: Close HttpBase[(nil)]", kParameter[0]}},
-      {"Release", release, 0, {"0 {f}: Release HttpBase[(nil)]", kParameter[0]}},
-      {"Release", releaseNull, 0, {"0 {f}: Release HttpBase[(nil)]", kParameter[0]}},
+      {"Close", OnNull(ZV_HttpBaseClose), -1, {"0 {f}: Close HttpBase[{null}]", kParameter[0]}},
+      {"Release", release, 0, {"0 {f}: Release HttpBase[{null}]", kParameter[0]}},
+      {"Release", releaseNull, 0, {"0 {f}: Release HttpBase[{null}]", kParameter[0]}},
       {"GetOpenFlag", OnNull(ZV_HttpBaseGetOpenFlag), -1, {}},
       {"GetDownSpeed", OnNull(ZV_HttpBaseGetDownSpeed), -1, kParams},
       {"GetRedirectURL", OnNull(ZV_HttpBaseGetRedirectURL), 0, kParams},
