@@ -30,6 +30,8 @@
 #if defined(_WIN32)
 #if defined(ZV_HTTP_BASE_BUILD)
 #define ZV_HTTP_BASE_API __declspec(dllexport)
+#elif defined(ZV_HTTP_BASE_STATIC)
+#define ZV_HTTP_BASE_API
 #else
 #define ZV_HTTP_BASE_API __declspec(dllimport)
 #endif

@@ -5,6 +5,7 @@
 #include "LumLog.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -26,16 +27,20 @@ std::atomic<int32_t> inFlight{0};
 Receiver slots[2];
 std::mutex setMutex;
 
+// Not the wait of the counter itself: on Windows the standard library's own can miss its wake-up.
+std::mutex landedMutex;
+std::condition_variable landed;
+
 void LeaveFlight() {
   if (inFlight.fetch_sub(1) == 1) {
-    inFlight.notify_all();
+    { std::lock_guard<std::mutex> guard(landedMutex); }
+    landed.notify_all();
   }
 }
 
 void WaitUntilNothingIsInFlight() {
-  for (int32_t count = inFlight.load(); count != 0; count = inFlight.load()) {
-    inFlight.wait(count);
-  }
+  std::unique_lock<std::mutex> lock(landedMutex);
+  landed.wait(lock, [] { return inFlight.load() == 0; });
 }
 
 }  // namespace

@@ -205,6 +205,9 @@ TEST_F(BasicsTest, ConnectionsAreUsedAgainByLaterDownloads) {
 }
 
 TEST_F(BasicsTest, HttpsWorksLikeHttp) {
+  if (!origin::kHasTls) {
+    GTEST_SKIP() << "the origin has no TLS here";
+  }
   origin::Options options;
   options.https = true;
   origin::Server secure(options);

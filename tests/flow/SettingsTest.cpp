@@ -86,7 +86,11 @@ TEST_F(SettingsTest, ADeviceThatDoesNotExistFailsTheTransfer) {
   EXPECT_THAT(download.Codes(), ElementsAre(kFailed));
   EXPECT_EQ(server_.RequestCount(), 0);
   download.Close();
-  for (const char* const device : {"lo", "127.0.0.1"}) {
+  std::vector<const char*> devices = {"127.0.0.1"};
+#if defined(__linux__)
+  devices.push_back("lo");  // Elsewhere only addresses are known.
+#endif
+  for (const char* const device : devices) {
     ZV_HttpBaseSetDevice(download.Get(), device);
     Ask(&download);
   }

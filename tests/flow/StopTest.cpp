@@ -1,12 +1,8 @@
 // Close and Release at any moment: at once, and nothing of the old download afterwards.
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <thread>
 
 #include "Download.h"
+#include "FullPort.h"
 
 namespace flow {
 namespace {
@@ -16,39 +12,6 @@ using origin::Request;
 using testing::ElementsAre;
 
 constexpr uint64_t kLong = 20000000;
-
-// A port where connections are neither accepted nor refused: its queue is full.
-class FullPort {
- public:
-  FullPort() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
-    address_.sin_family = AF_INET;
-    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address_;
-    bind(listener_, reinterpret_cast<sockaddr*>(&address_), length);
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address_), &length);
-    listen(listener_, 0);
-    for (int i = 0; i < 8; ++i) {
-      clients_.push_back(socket(AF_INET, SOCK_STREAM, 0));
-      fcntl(clients_.back(), F_SETFL, O_NONBLOCK);
-      connect(clients_.back(), reinterpret_cast<sockaddr*>(&address_), sizeof address_);
-    }
-  }
-  ~FullPort() {
-    for (const int client : clients_) {
-      close(client);
-    }
-    close(listener_);
-  }
-  FullPort(const FullPort&) = delete;
-  FullPort& operator=(const FullPort&) = delete;
-
-  std::string Url() const { return "http://127.0.0.1:" + std::to_string(ntohs(address_.sin_port)) + "/media"; }
-
- private:
-  const int listener_;
-  sockaddr_in address_ = {};
-  std::vector<int> clients_;
-};
 
 // A state that a download stays in: how it gets there, and how to know that it is there.
 struct State {

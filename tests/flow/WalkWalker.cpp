@@ -83,7 +83,7 @@ std::string Walker::Describe() const {
 void Walker::RenewOrigin(Dice* dice) {
   if (server_ == nullptr || static_cast<uint64_t>(index_.load()) % kStepsPerOrigin == 0) {
     ZV_HttpBaseRelease(&handle_);
-    server_ = std::make_unique<origin::Server>(origin::Options{.https = dice->OneIn(4)});
+    server_ = std::make_unique<origin::Server>(origin::Options{.https = dice->OneIn(4) && origin::kHasTls});
   }
   if (handle_ == nullptr) {
     listener_ = std::make_unique<Listener>();

@@ -158,6 +158,13 @@ Answer Raw(std::string bytes);
 
 using Handler = std::function<Answer(const Request&)>;
 
+// The origin has no TLS on Windows.
+#if defined(_WIN32)
+inline constexpr bool kHasTls = false;
+#else
+inline constexpr bool kHasTls = true;
+#endif
+
 struct Options {
   bool https = false;           // with a self-signed certificate made at start
   uint16_t port = 0;            // 0: a free one

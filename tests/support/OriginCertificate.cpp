@@ -6,7 +6,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-#include "OriginTransport.h"
+#include "OriginCertificate.h"
 
 namespace origin {
 namespace {

@@ -39,8 +39,8 @@ Core::Core(const Options& options)
       acceptor_(io_),
       acceptPause_(io_),
       mailbox_(std::make_shared<Mailbox>(&io_)) {
-  if (options_.https) {
-    tls_ = MakeTlsContext();
+  if (options_.https && !options_.stallHandshake) {
+    tls_ = MakeTls();
   }
   Listen();
   Accept();
@@ -94,9 +94,9 @@ void Core::Accept() {
 void Core::Welcome(tcp::socket socket) {
   error_code ignored;
   socket.set_option(tcp::no_delay(true), ignored);
-  const bool isPlain = tls_ == nullptr || options_.stallHandshake;
+  const bool isPlain = tls_ == nullptr;
   std::unique_ptr<Transport> transport =
-      isPlain ? MakePlainTransport(std::move(socket)) : MakeTlsTransport(std::move(socket), *tls_);
+      isPlain ? MakePlainTransport(std::move(socket)) : tls_->Wrap(std::move(socket));
   const auto connection = std::make_shared<Connection>(this, std::move(transport), ++accepted_);
   connections_.insert(connection);
   NoteConnections();

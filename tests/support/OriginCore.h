@@ -17,7 +17,6 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include "Origin.h"
@@ -122,7 +121,7 @@ class Core {
 
   const Options options_;
   boost::asio::io_context io_;
-  std::unique_ptr<boost::asio::ssl::context> tls_;
+  std::unique_ptr<Tls> tls_;
   boost::asio::ip::tcp::acceptor acceptor_;
   boost::asio::steady_timer acceptPause_;
   std::shared_ptr<Mailbox> mailbox_;

@@ -8,7 +8,6 @@
 #include <memory>
 
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
 
 namespace origin {
 
@@ -31,11 +30,18 @@ class Transport {
 };
 
 std::unique_ptr<Transport> MakePlainTransport(boost::asio::ip::tcp::socket socket);
-// context must outlive it.
-std::unique_ptr<Transport> MakeTlsTransport(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context& context);
 
-// A server context with a self-signed certificate for 127.0.0.1 and localhost, made in memory. Throws when it cannot.
-std::unique_ptr<boost::asio::ssl::context> MakeTlsContext();
+// A server's side of TLS, with a self-signed certificate for 127.0.0.1 and localhost.
+class Tls {
+ public:
+  virtual ~Tls() = default;
+
+  // What it gives must not outlive it.
+  virtual std::unique_ptr<Transport> Wrap(boost::asio::ip::tcp::socket socket) = 0;
+};
+
+// Throws when it cannot be made, or when this build has no TLS.
+std::unique_ptr<Tls> MakeTls();
 
 }  // namespace origin
 
