@@ -105,10 +105,12 @@ INSTANTIATE_TEST_SUITE_P(Platform, FaultOf,
                          testing::Values(Kind::kAllocation, Kind::kMutex, Kind::kCondition, Kind::kThread),
                          [](const auto& row) { return std::string(fault_platform::NameOf(row.param)); });
 
-// What a worker does that gets no buffer: it is not counted any more, and another one does its work.
+// What a worker does that gets no buffer: it is not counted any more, and another one does its work. A worker gets its
+// buffer before its first segment, so the one that is lost here must rest.
 TEST_F(FaultTest, AWorkerThatIsLostIsReplaced) {
   const auto player = NewPlayer(segments_, 1);
   for (const int32_t lost : {0, 1, 2, 3}) {
+    ASSERT_TRUE(player->WaitUntilResting());
     EXPECT_EQ(player->Ask([lost](HttpBaseSegCache* cache) ZV_UNCHECKED {
       cache->threadIsLost[lost] = 1;
       LeaveUse(cache, lost);
