@@ -12,8 +12,8 @@ constexpr size_t kBufferBytes = 1 << 20;
 constexpr size_t kWriteBytes = 256 << 10;
 constexpr size_t kMostMapBytes = 64 << 20;
 constexpr int64_t kAwaitMs = 200;
-// A playlist tells by then whether a segment that cannot be had has left it.
-constexpr int64_t kLeaveMs = 10000;
+// For the next load of a live playlist, which may tell what has become of a segment that cannot be had.
+constexpr int64_t kNextLoadMs = 10000;
 constexpr int64_t kSampleMs = 1000;
 constexpr size_t kMostSamples = 2000;
 constexpr int32_t kDefaultRetries = 2;
@@ -79,6 +79,7 @@ Outcome HlsPlayer::Play() {
     source_.DropBefore(next_);
   }
   Sample();
+  TellProgress();
   figures_.loads = source_.Now().loads;
   return outcome;
 }
@@ -140,13 +141,18 @@ void HlsPlayer::SkipTo(int64_t sequence) {
   }
 }
 
-// The cache looks at its list when a segment is opened.
-void HlsPlayer::ListSegments() {
+// As soon as they are known: the workers may begin with such a segment at any time.
+void HlsPlayer::MoveSegments() {
   for (const HlsSegment& segment : source_.TakeMoved()) {
     if (segment.sequence < listed_) {
       cache_->Move(segment);
     }
   }
+}
+
+// The cache looks at its list when a segment is opened.
+void HlsPlayer::ListSegments() {
+  MoveSegments();
   std::optional<HlsSegment> segment = source_.FindFrom(listed_);
   while (segment && CachedSegments::FindRefusal(*segment).IsOk() && cache_->Add(*segment)) {
     listed_ = segment->sequence + 1;
@@ -154,12 +160,11 @@ void HlsPlayer::ListSegments() {
   }
 }
 
-Outcome HlsPlayer::PlaySegment(const HlsSegment& segment) {
+Outcome HlsPlayer::PlaySegment(HlsSegment segment) {
   int64_t done = 0;
   Outcome outcome = TrySegment(segment, &done);
-  for (int attempts = 1; IsWorthAnotherTry(outcome, attempts); ++attempts) {
-    SleepUnlessInterrupted(options_.source.common.retryDelayMs.value_or(kDefaultRetryDelayMs));
-    // A cache that has met such an answer fetches nothing any more.
+  for (int attempts = 1; MayTryAgain(outcome, attempts, &segment); ++attempts) {
+    // A cache that has met an error of the server fetches nothing any more, and knows the old URL.
     outcome = MakeCache();
     if (outcome.IsOk()) {
       outcome = TrySegment(segment, &done);
@@ -168,11 +173,26 @@ Outcome HlsPlayer::PlaySegment(const HlsSegment& segment) {
   return outcome;
 }
 
-// Errors of the server may pass. Failures of the connection have been tried again by the cache itself.
-bool HlsPlayer::IsWorthAnotherTry(const Outcome& outcome, int attempts) const {
+// Errors of the server may pass, and a live playlist may tell another URL by now. Failures of the connection have been
+// tried again by the cache itself.
+bool HlsPlayer::MayTryAgain(const Outcome& outcome, int attempts, HlsSegment* segment) {
+  if (!IsAboutTransfer(outcome)) {
+    return false;
+  }
+  if (isLive_) {
+    source_.AwaitLoad(source_.Now().loads, kNextLoadMs);
+  }
+  const std::optional<HlsSegment> listed = source_.FindFrom(segment->sequence);
+  const bool isMoved = listed && listed->sequence == segment->sequence && listed->part.url != segment->part.url;
+  if (isMoved) {
+    *segment = *listed;
+  } else if (outcome.messageCode < kFirstServerError || outcome.exitCode != ExitCode::kHttpError) {
+    return false;
+  } else {
+    SleepUnlessInterrupted(options_.source.common.retryDelayMs.value_or(kDefaultRetryDelayMs));
+  }
   const int32_t retries = options_.source.common.retries.value_or(kDefaultRetries);
-  return outcome.exitCode == ExitCode::kHttpError && outcome.messageCode >= kFirstServerError &&
-         (retries < 0 || attempts <= retries) && !IsInterrupted();
+  return (retries < 0 || attempts <= retries) && !IsInterrupted();
 }
 
 // done: bytes of it that have been written, by this or an earlier try.
@@ -224,6 +244,7 @@ Outcome HlsPlayer::CopySegment(int64_t* done) {
     if (look.isEnd) {
       return look.outcome;
     }
+    MoveSegments();
     Show();
     if (look.count > 0) {
       pause.Reset();
@@ -265,11 +286,7 @@ Outcome HlsPlayer::Write(const char* bytes, size_t count) {
 }
 
 // Whether a segment that cannot be had is in the playlist no longer.
-bool HlsPlayer::HasLeft(const HlsSegment& segment) {
-  const HlsSource::State before = source_.Now();
-  if (before.oldest <= segment.sequence) {
-    source_.AwaitLoad(before.loads, kLeaveMs);
-  }
+bool HlsPlayer::HasLeft(const HlsSegment& segment) const {
   return source_.Now().oldest > segment.sequence && !IsInterrupted();
 }
 
@@ -278,10 +295,14 @@ void HlsPlayer::Show() {
     Sample();
   }
   if (progress_.IsDue()) {
-    progress_.SetAhead({cache_->AheadMs(), -1});
-    progress_.SetSegments({figures_.segments, figures_.segments + std::max<int64_t>(source_.Now().end - next_, 0)});
+    TellProgress();
     progress_.Update(report_.bytes, -1);
   }
+}
+
+void HlsPlayer::TellProgress() {
+  progress_.SetAhead({cache_ ? cache_->AheadMs() : 0, -1});
+  progress_.SetSegments({figures_.segments, figures_.segments + std::max<int64_t>(source_.Now().end - next_, 0)});
 }
 
 // However long it plays, the samples are bounded and spread over the whole time.

@@ -24,18 +24,20 @@ class HlsPlayer {
   Outcome ChooseStart();
   Outcome MakeCache();
   Outcome AwaitNext(std::optional<HlsSegment>* segment);
+  void MoveSegments();
   void ListSegments();
-  Outcome PlaySegment(const HlsSegment& segment);
+  Outcome PlaySegment(HlsSegment segment);
   Outcome TrySegment(const HlsSegment& segment, int64_t* done);
   Outcome WriteMap(const HlsSegment& segment);
   Outcome CopySegment(int64_t* done);
   void LeaveOut(int64_t* repeated);
   Outcome WriteHeld(int64_t* done);
   Outcome Write(const char* bytes, size_t count);
-  bool IsWorthAnotherTry(const Outcome& outcome, int attempts) const;
-  bool HasLeft(const HlsSegment& segment);
+  bool MayTryAgain(const Outcome& outcome, int attempts, HlsSegment* segment);
+  bool HasLeft(const HlsSegment& segment) const;
   void SkipTo(int64_t sequence);
   void Show();
+  void TellProgress();
   void Sample();
 
   const HlsOptions& options_;

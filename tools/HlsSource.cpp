@@ -11,13 +11,6 @@ namespace {
 constexpr int kMostFailures = 5;
 constexpr int64_t kLookMs = 50;
 
-Outcome About(const std::string& url, Outcome outcome) {
-  if (outcome.exitCode == ExitCode::kTransferFailed || outcome.exitCode == ExitCode::kHttpError) {
-    outcome.error = "playlist " + url + ": " + outcome.error;
-  }
-  return outcome;
-}
-
 }  // namespace
 
 HlsSource::HlsSource(const HlsSourceOptions& options)
@@ -43,7 +36,7 @@ Outcome HlsSource::Load() {
       outcome = LoadOnce(IsInterrupted, &playlist);
     }
     if (outcome.IsOk() && playlist.IsMaster()) {
-      outcome = About(url_, TransferFailed("a master playlist inside another"));
+      outcome = About(TransferFailed("a master playlist inside another"));
     }
   }
   if (!outcome.IsOk()) {
@@ -59,15 +52,25 @@ Outcome HlsSource::Load() {
 Outcome HlsSource::LoadOnce(const std::function<bool()>& isStopped, Playlist* playlist) {
   const Fetched fetched = fetcher_.Fetch({url_}, kMostPlaylistBytes, isStopped);
   if (!fetched.outcome.IsOk()) {
-    return About(url_, fetched.outcome);
+    return About(fetched.outcome);
   }
   std::string error;
   std::optional<Playlist> parsed = ParsePlaylist(fetched.bytes, fetched.url, &error);
   if (!parsed) {
-    return About(url_, {ExitCode::kTransferFailed, 0, error});
+    return About({ExitCode::kTransferFailed, 0, error});
   }
   *playlist = std::move(*parsed);
   return {};
+}
+
+// The command's own URL stands before every error anyway.
+Outcome HlsSource::About(Outcome outcome) const {
+  const bool isAboutTransfer =
+      outcome.exitCode == ExitCode::kTransferFailed || outcome.exitCode == ExitCode::kHttpError;
+  if (isAboutTransfer && url_ != options_.common.url) {
+    outcome.error = "playlist " + url_ + ": " + outcome.error;
+  }
+  return outcome;
 }
 
 Outcome HlsSource::Choose(const Playlist& master) {
@@ -144,7 +147,7 @@ Outcome HlsSource::Reload(bool* isNew) {
   Playlist playlist;
   Outcome outcome = LoadOnce([this, until] { return isStopped_ || ZV_ChronoGetTick() > until; }, &playlist);
   if (outcome.IsOk() && playlist.IsMaster()) {
-    outcome = About(url_, TransferFailed("it has become a master playlist"));
+    outcome = About(TransferFailed("it has become a master playlist"));
   }
   if (!outcome.IsOk()) {
     return outcome;
@@ -172,8 +175,8 @@ void HlsSource::Run() {
     failures = outcome.IsOk() ? 0 : failures + 1;
     newMs = isNew ? loadedMs : newMs;
     if (outcome.IsOk() && ZV_ChronoGetTick() - newMs > int64_t{options_.liveWaitSeconds} * 1000) {
-      outcome = About(
-          url_, TransferFailed("it has brought nothing new for " + std::to_string(options_.liveWaitSeconds) + " s"));
+      outcome =
+          About(TransferFailed("it has brought nothing new for " + std::to_string(options_.liveWaitSeconds) + " s"));
       failures = kMostFailures;
     }
     const std::lock_guard<std::mutex> lock(mutex_);

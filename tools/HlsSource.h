@@ -6,6 +6,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -60,10 +61,11 @@ class HlsSource {
 
  private:
   Outcome LoadOnce(const std::function<bool()>& isStopped, Playlist* playlist);
+  Outcome About(Outcome outcome) const;
   Outcome Choose(const Playlist& master);
   bool IsOver() const;
   void Run();
-  // The time of the next load, from the beginning of the last one.
+  // False when the thread is to end.
   bool Rest(int64_t untilMs);
   Outcome Reload(bool* isNew);
 

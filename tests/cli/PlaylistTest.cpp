@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "HlsList.h"
 #include "Url.h"
 
 namespace {
@@ -187,6 +188,46 @@ TEST(Playlist, HasBounds) {
   ASSERT_TRUE(ParsePlaylist(many, kBase, &error)) << error;
   EXPECT_FALSE(ParsePlaylist(many + "#EXTINF:1,\na\n", kBase, &error));
   EXPECT_FALSE(ParsePlaylist(many, "http://h/" + std::string(8000, 'b') + "/list", &error));
+}
+
+// A media playlist that lists [first, end), with that text behind every URL.
+Playlist Window(int64_t first, int64_t end, const std::string& suffix = "", bool isEnded = false) {
+  Playlist list;
+  list.mediaSequence = first;
+  list.isEnded = isEnded;
+  for (int64_t i = first; i < end; ++i) {
+    list.segments.push_back({{"http://h/" + std::to_string(i) + suffix}, 1000, -1, false});
+  }
+  return list;
+}
+
+TEST(HlsList, TellsWhatIsNew) {
+  HlsList list;
+  EXPECT_TRUE(list.Merge(Window(5, 8)));
+  EXPECT_FALSE(list.Merge(Window(5, 8)));
+  EXPECT_TRUE(list.Merge(Window(6, 9)));
+  EXPECT_FALSE(list.Merge(Window(5, 8))) << "an older one is no news";
+  EXPECT_EQ(list.Oldest(), 6);
+  EXPECT_EQ(list.End(), 9);
+  EXPECT_TRUE(list.Merge(Window(6, 9, "?b")));
+  EXPECT_TRUE(list.Merge(Window(6, 9, "?b", true))) << "its end is news";
+  EXPECT_TRUE(list.IsEnded());
+}
+
+TEST(HlsList, KeepsWhatIsNeeded) {
+  HlsList list;
+  list.Merge(Window(5, 8));
+  list.DropBefore(6);
+  list.Merge(Window(6, 8, "?b"));
+  list.Merge(Window(20, 22));
+  EXPECT_EQ(list.FindFrom(0)->part.url, "http://h/6?b") << "it has left the playlist, but may still be had";
+  EXPECT_EQ(list.FindFrom(8)->sequence, 20);
+  EXPECT_EQ(list.FindFrom(22), nullptr);
+  EXPECT_EQ(list.TakeMoved().size(), 2u);
+  EXPECT_EQ(list.TakeMoved().size(), 0u);
+  list.DropBefore(22);
+  list.Merge(Window(20, 22));
+  EXPECT_EQ(list.FindFrom(0), nullptr) << "what was dropped stays so";
 }
 
 }  // namespace
