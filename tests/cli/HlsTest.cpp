@@ -98,11 +98,15 @@ TEST_F(HlsTest, EveryByteOfEverySegmentComes) {
   server_.Put("/q?1", origin::PatternResource(kSegmentBytes, 31));
   const std::string inf = "#EXTINF:1,\n";
   const std::string part = inf + "#EXT-X-BYTERANGE:";
+  std::string many;
+  for (int i = 0; i < 12; ++i) {
+    many += inf + "/s" + std::to_string(i) + "\n";
+  }
   const struct {
     const char* name;
     std::string lines;
     std::vector<Piece> pieces;
-  } rows[] = {{"many", [] { return List(0, 12, true).substr(8); }(), Pieces(0, 12)},
+  } rows[] = {{"many", many, Pieces(0, 12)},
               {"relative",
                inf + "s0\n" + inf + "../s1\n" + inf + "/s2\n" + inf + server_.Url("/s3") + "\n",
                {{20}, {1}, {2}, {3}}},
@@ -115,7 +119,8 @@ TEST_F(HlsTest, EveryByteOfEverySegmentComes) {
                {{5, 9, 100}, {0}, {1}, {6}, {2}}},
               {"the same again", inf + "/s0\n" + inf + "/s1\n" + inf + "/s0\n" + inf + "/s2\n", {{0}, {1}, {0}, {2}}},
               {"queries", inf + "/q?0\n" + inf + "/q?1\n" + inf + "/q?0#x\n", {{30}, {31}, {30}}}};
-  const std::vector<std::string> ways[] = {{}, {"--workers", "1", "--cache-dir", "tmp"}, {"--cache-dir", "/proc"}};
+  const std::vector<std::string> ways[] = {
+      {}, {"--workers", "1", "--cache-dir", "tmp"}, {"--cache-dir", "/proc"}, {"--cache-dir", "missing"}};
   for (const auto& row : rows) {
     const std::string url = PutText("/a/list", "#EXTM3U\n" + row.lines + "#EXT-X-ENDLIST\n");
     for (std::vector<std::string> arguments : ways) {
@@ -269,10 +274,6 @@ TEST_F(HlsTest, FailuresAreToldInOneLine) {
        kHttpError,
        "/x): HTTP status 404",
        2 * kSegmentBytes},
-      {{"--cache-dir", "/proc/self", PutText("/missing2", "#EXTM3U\n#EXTINF:1,\nx\n#EXT-X-ENDLIST")},
-       kHttpError,
-       "/x): HTTP status 404",
-       0},
       {{"--live-wait", "1", PutText("/still", List(0, 3, false))},
        kTransferFailed,
        "nothing new for 1 s",
@@ -284,6 +285,13 @@ TEST_F(HlsTest, FailuresAreToldInOneLine) {
     ExpectFailure(result, row.code, row.message);
     EXPECT_EQ(result.output.size(), row.written);
   }
+}
+
+TEST_F(HlsTest, ErrorPageIsNoSegmentWithoutCacheFilesEither) {
+  server_.Script("/s1", {origin::Status(404, "not here")});
+  const ProcessResult result = Hls({"--cache-dir", "missing", PutText("/list", List(0, 3, true))});
+  EXPECT_EQ(result.exitCode, kHttpError) << result.error;
+  ExpectPieces(result.output, Pieces(0, 1));
 }
 
 TEST_F(HlsTest, LivePlaylistThatFailsAgainAndAgainIsGivenUp) {
