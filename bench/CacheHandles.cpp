@@ -8,6 +8,9 @@
 
 namespace {
 
+// Timers of libcurl's that belong to setting up the connection may go off until then, once each.
+constexpr auto kTimersTime = std::chrono::seconds(9);
+
 // Released by itself.
 class PlainCache {
  public:
@@ -25,7 +28,7 @@ nlohmann::json WakeUpsAtRest(const std::string& url, Ahead ahead, double seconds
   reader.Open();
   reader.AwaitFirstByte();
   reader.AwaitFull();
-  AwaitQuiet();
+  AwaitQuiet(ahead == Ahead::kEverything ? std::chrono::milliseconds(50) : kTimersTime);
   return WakeUps(seconds);
 }
 

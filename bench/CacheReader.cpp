@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <thread>
 
 namespace {
 
@@ -42,12 +41,12 @@ void CacheReader::Open() {
 }
 
 bool CacheReader::Seek(int64_t position) {
-  const int32_t before = answers_;
+  const int32_t before = answersInside_;
   position_ = position;
   ZV_HttpBaseCacheClose(handle_);
   ZV_HttpBaseCacheSetRange(handle_, position, -1);
   Open();
-  return answers_ != before;
+  return answersInside_ != before;
 }
 
 bool CacheReader::Look(void* buffer, uint32_t size, uint32_t* count) {
@@ -101,10 +100,10 @@ void CacheReader::AwaitFull() const {
 
 int32_t CacheReader::TakeCode(void* self, int32_t code) {
   auto* const reader = static_cast<CacheReader*>(self);
-  if (code == ZV_HTTP_CODE_OK) {
-    reader->answers_ += 1;
-  } else {
+  if (code != ZV_HTTP_CODE_OK) {
     reader->failureCode_ = code;
+  } else if (std::this_thread::get_id() == reader->player_) {
+    reader->answersInside_ += 1;
   }
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <thread>
 
 #include "Support.h"
 
@@ -53,7 +54,8 @@ class CacheReader {
   ScratchFolder folder_;
   const CacheReaderOptions options_;
   std::atomic<int32_t> failureCode_{0};
-  std::atomic<int32_t> answers_{0};
+  const std::thread::id player_ = std::this_thread::get_id();
+  int32_t answersInside_ = 0;  // given inside the player's calls
   std::string block_;
   int64_t position_ = 0;
   HttpBaseCache* handle_ = nullptr;

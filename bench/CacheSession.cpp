@@ -1,5 +1,5 @@
 // A player that jumps about in a stream, and what that costs the server. Half of the seeks go at most 30 seconds of media
-// back or forth, half go anywhere; between two of them the player reads some of what is there and lets some time pass.
+// back or forth, half go anywhere; between two of them the player reads at most 20 seconds of media and pauses for a while.
 #include <algorithm>
 #include <random>
 #include <thread>
@@ -15,7 +15,7 @@ constexpr int64_t kStreamBytes = 256 * kMib;
 constexpr int32_t kStreamMs = 600000;
 constexpr int64_t kNearBytes = kStreamBytes / kStreamMs * 30000;
 constexpr int64_t kLineBytesPerSecond = 20 * kMib;
-constexpr int64_t kMostReadBytes = 2 * kMib;
+constexpr int64_t kMostReadBytes = kStreamBytes / kStreamMs * 20000;
 constexpr int kMostPauseMs = 100;
 
 struct Totals {
@@ -76,11 +76,16 @@ nlohmann::json MeasureSession(uint32_t seed, int seeks) {
   }
   const Totals totals = CountSent(server.Sent());
   const int64_t twice = totals.sent - totals.distinct;
+  nlohmann::json ranges;
+  for (const SentRange& range : server.Sent()) {
+    ranges.push_back({range.first, range.end});
+  }
   return {{"seed", seed},
           {"seeks", seeks},
           {"cached", cached},
           {"requests", server.Requests()},
           {"sentBytes", totals.sent},
           {"twiceBytes", twice},
+          {"ranges", std::move(ranges)},
           {"twicePercent", 100 * static_cast<double>(twice) / static_cast<double>(totals.sent)}};
 }

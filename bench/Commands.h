@@ -15,6 +15,7 @@ using Command = std::function<nlohmann::json()>;
 
 // Add the subcommands of the caches; parsing one sets *chosen.
 void AddCacheCommands(CLI::App& app, Command* chosen);
+void AddSegmentCommands(CLI::App& app, Command* chosen);
 
 struct FetchOptions {
   std::string url;

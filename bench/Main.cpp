@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
               [&] { return MeasureInitRelease(arguments.repeat); });
   AddHandles(app, arguments, chosen);
   AddCacheCommands(app, &chosen);
+  AddSegmentCommands(app, &chosen);
   CLI11_PARSE(app, argc, argv);
   return Run(chosen, arguments.fetch.write);
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr auto kSteadyTime = std::chrono::milliseconds(200);
 constexpr auto kSteadyStep = std::chrono::milliseconds(20);
 constexpr auto kSteadyLimit = std::chrono::seconds(10);
-constexpr auto kQuietTime = std::chrono::milliseconds(50);
+constexpr auto kQuietLimit = std::chrono::seconds(30);
 
 // The number behind key in a file of lines "key: number ..."; -1 when there is none.
 int64_t NumberBehind(const std::filesystem::path& file, const std::string& key) {
@@ -64,17 +64,18 @@ nlohmann::json SteadyFigures() {
   return {{"residentKib", resident}, {"threads", ThreadCount()}};
 }
 
-void AwaitQuiet() {
+void AwaitQuiet(std::chrono::milliseconds quiet) {
   int64_t last = -1;
   auto since = Clock::now();
-  AwaitThat("the other threads are at rest", [&] {
+  const auto isQuiet = [&] {
     const int64_t switches = SwitchesOfOtherThreads();
     if (switches != last) {
       last = switches;
       since = Clock::now();
     }
-    return Clock::now() - since >= kQuietTime;
-  });
+    return Clock::now() - since >= quiet;
+  };
+  AwaitThat("the other threads are at rest", isQuiet, kQuietLimit);
 }
 
 nlohmann::json WakeUps(double seconds) {
