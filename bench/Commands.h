@@ -3,8 +3,19 @@
 #define BENCH_COMMANDS_H
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+
+namespace CLI {
+class App;
+}
+
+using Command = std::function<nlohmann::json()>;
+
+// Add the subcommands of the caches; parsing one sets *chosen.
+void AddCacheCommands(CLI::App& app, Command* chosen);
+void AddSegmentCommands(CLI::App& app, Command* chosen);
 
 struct FetchOptions {
   std::string url;

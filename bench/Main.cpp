@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <functional>
 
 #include "Commands.h"
 
@@ -15,8 +14,6 @@ struct Arguments {
   int count = 1;
   double seconds = 3;
 };
-
-using Command = std::function<nlohmann::json()>;
 
 void AddFetch(CLI::App& app, Arguments& arguments, Command& chosen) {
   CLI::App* command = app.add_subcommand("fetch", "Read a whole URL in order and drop the bytes");
@@ -62,7 +59,7 @@ int Run(const Command& command, bool toStandardError) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Measures the downloader; prints JSON");
+  CLI::App app("Measures the downloader and the caches; prints JSON");
   app.require_subcommand(1);
   Arguments arguments;
   Command chosen;
@@ -76,6 +73,8 @@ int main(int argc, char** argv) {
   AddRepeated(app, "init", "Init and Release", arguments, chosen, false,
               [&] { return MeasureInitRelease(arguments.repeat); });
   AddHandles(app, arguments, chosen);
+  AddCacheCommands(app, &chosen);
+  AddSegmentCommands(app, &chosen);
   CLI11_PARSE(app, argc, argv);
   return Run(chosen, arguments.fetch.write);
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "Support.h"
@@ -18,6 +19,10 @@ constexpr auto kDripInterval = std::chrono::milliseconds(1);
 constexpr auto kQuietTime = std::chrono::milliseconds(30);
 constexpr char kHead[] =
     "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: 1099511627776\r\n\r\n";
+constexpr char kSmallHead[] =
+    "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: 100000\r\n"
+    "Connection: close\r\n\r\n";
+static_assert(kStalledBytes == 100000);
 
 // One connection; it lives as long as an operation on it is under way.
 class Session : public std::enable_shared_from_this<Session> {
@@ -37,16 +42,23 @@ class Session : public std::enable_shared_from_this<Session> {
  private:
   void Answer() {
     counters_.sentBytes = 0;
+    if (Asks("/wanted")) {
+      counters_.wantedTick = Clock::now().time_since_epoch().count();
+    }
     ++counters_.requests;
-    if (request_.starts_with("GET /drop ")) {
+    if (Asks("/drop")) {
       socket_.close();
       ++counters_.dropped;
       return;
     }
     AwaitClose();
-    if (!request_.starts_with("GET /wait ")) {
+    if (!Asks("/wait") && !Asks("/wanted")) {
       SendHead();
     }
+  }
+
+  bool Asks(const std::string& target) const {
+    return request_.starts_with("GET " + target + " ") || request_.starts_with("GET " + target + "?");
   }
 
   // Keeps the session alive, and tells it of the client's leaving.
@@ -62,7 +74,8 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   void SendHead() {
-    asio::async_write(socket_, asio::buffer(kHead, sizeof kHead - 1),
+    const std::string_view head = Asks("/small") ? kSmallHead : kHead;
+    asio::async_write(socket_, asio::buffer(head.data(), head.size()),
                       [self = shared_from_this()](error_code error, size_t) {
                         if (!error) {
                           self->SendBody();
@@ -71,10 +84,15 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   void SendBody() {
-    if (request_.starts_with("GET /stall ")) {
+    if (Asks("/small")) {
+      asio::async_write(socket_, asio::buffer(body_, kStalledBytes), [self = shared_from_this()](error_code, size_t) {
+        error_code ignored;
+        self->socket_.shutdown(tcp::socket::shutdown_send, ignored);
+      });
+    } else if (Asks("/stall")) {
       asio::async_write(socket_, asio::buffer(body_, kStalledBytes),
                         [self = shared_from_this()](error_code, size_t count) { self->Count(count); });
-    } else if (request_.starts_with("GET /drip ")) {
+    } else if (Asks("/drip")) {
       Drip();
     } else {
       Flood();

@@ -1,11 +1,13 @@
 // A small HTTP server for the states that a real one cannot be brought into on demand. The target of a request says how
-// it is answered:
+// it is answered, up to a "?":
 //
 //   /wait   the request is read and never answered
 //   /drip   an endless body at about 16 MB/s, slower than any reader
 //   /flood  an endless body as fast as it is taken
 //   /stall  the head and kStalledBytes of a long body, then silence
 //   /drop   the connection is closed without an answer
+//   /small  kStalledBytes, complete
+//   /wanted as /wait; when it came is noted
 //
 // It runs on one thread of its own, on a free port of 127.0.0.1.
 #ifndef BENCH_SCRIPTED_SERVER_H
@@ -27,6 +29,7 @@ struct ServerCounters {
   std::atomic<int64_t> requests{0};
   std::atomic<int64_t> dropped{0};
   std::atomic<int64_t> sentBytes{0};
+  std::atomic<int64_t> wantedTick{0};  // of the steady clock, 0: not yet
 };
 
 class ScriptedServer {

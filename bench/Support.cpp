@@ -1,13 +1,15 @@
 #include "Support.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
 namespace {
 
-constexpr auto kAwaitLimit = std::chrono::seconds(10);
 constexpr auto kAwaitStep = std::chrono::microseconds(200);
 
 int32_t RecordMessage(void* userData, int32_t code) {
@@ -47,14 +49,27 @@ double MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-void AwaitThat(const std::string& what, const std::function<bool()>& predicate) {
-  const auto deadline = Clock::now() + kAwaitLimit;
+void AwaitThat(const std::string& what, const std::function<bool()>& predicate, std::chrono::seconds limit) {
+  const auto deadline = Clock::now() + limit;
   while (!predicate()) {
     if (Clock::now() > deadline) {
       throw std::runtime_error("in vain waited until " + what);
     }
     std::this_thread::sleep_for(kAwaitStep);
   }
+}
+
+ScratchFolder::ScratchFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "zvbenchXXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no folder for cache files can be made");
+  }
+  prefix_ = name + "/";
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(prefix_, ignored);
 }
 
 nlohmann::json Summarize(std::vector<double> samples) {

@@ -1,5 +1,5 @@
-// What the measurements share: a handle that releases itself, the outcome its callback collects, a clock and
-// statistics.
+// What the measurements share: a handle that releases itself, the outcome its callback collects, a folder for cache files,
+// a clock and statistics.
 #ifndef BENCH_SUPPORT_H
 #define BENCH_SUPPORT_H
 
@@ -34,8 +34,26 @@ void OpenUrl(HttpBase* handle, const std::string& url);
 
 double MillisecondsSince(Clock::time_point start);
 
-// Waits in short steps until predicate holds; throws, naming what was awaited, after ten seconds.
-void AwaitThat(const std::string& what, const std::function<bool()>& predicate);
+constexpr auto kAwaitLimit = std::chrono::seconds(10);
+
+// Waits in short steps until predicate holds; throws, naming what was awaited, when the limit has passed.
+void AwaitThat(const std::string& what, const std::function<bool()>& predicate,
+               std::chrono::seconds limit = kAwaitLimit);
+
+// A new folder in the system's temporary one, removed with all its files at the end.
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  // The folder with its separator, as the caches want it.
+  const std::string& Prefix() const { return prefix_; }
+
+ private:
+  std::string prefix_;
+};
 
 // {median, p99, max, min, samples} of milliseconds.
 nlohmann::json Summarize(std::vector<double> samples);

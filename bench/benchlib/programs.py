@@ -23,6 +23,15 @@ class Run:
     cpu_seconds: float
     output: str
 
+    @property
+    def figures(self):
+        """What zvbench printed."""
+        return json.loads(self.output)
+
+    def raw(self):
+        """For the raw numbers: of a peer's output nothing is kept."""
+        return {"seconds": self.seconds, "cpu_seconds": self.cpu_seconds} | (self.figures if self.output.startswith("{") else {})
+
     def rate(self, size):
         """Megabytes (10^6) per second, the start of the process included."""
         return size / self.seconds / 1e6
@@ -68,6 +77,7 @@ class Programs:
         self.directory = pathlib.Path(directory)
         self.curl = shutil.which("curl")
         self.aria2c = shutil.which("aria2c")
+        self.ffmpeg = shutil.which("ffmpeg")
         self.openssl = shutil.which("openssl")
         self.nginx = shutil.which("nginx", path=os.environ.get("PATH", "") + ":/usr/sbin:/usr/local/sbin")
 
@@ -79,7 +89,10 @@ class Programs:
 
     def bench(self, *arguments):
         """What a command of zvbench found."""
-        return json.loads(run_timed([self.own("zvbench"), *map(str, arguments)]).output)
+        return self.run_own(*arguments).figures
+
+    def run_own(self, *arguments):
+        return run_timed([self.own("zvbench"), *map(str, arguments)])
 
     def run_bench(self, url, connections):
         return lambda: run_timed([self.own("zvbench"), "fetch", "-n", str(connections), url])
@@ -125,9 +138,20 @@ class Programs:
                                   f"--split={connections}", "--no-netrc", f"--dir={target}", "--out=file", url])
         return run
 
+    def run_ffmpeg(self, *arguments):
+        if self.ffmpeg is None:
+            return None
+        return lambda: run_timed([self.ffmpeg, "-nostdin", "-v", "error", *map(str, arguments)])
+
+    def run_ffmpeg_raw(self, url):
+        """Reads bytes as bytes and drops them."""
+        return self.run_ffmpeg("-f", "data", "-raw_packet_size", 65536, "-i", url, "-map", 0, "-c", "copy", "-f", "data",
+                               "-y", "/dev/null")
+
     def versions(self):
         """{name: version line} of what takes part, "not installed" for the others."""
-        asked = {"curl": (self.curl, "--version"), "aria2c": (self.aria2c, "--version"), "nginx": (self.nginx, "-v")}
+        asked = {"curl": (self.curl, "--version"), "aria2c": (self.aria2c, "--version"), "nginx": (self.nginx, "-v"),
+                 "ffmpeg": (self.ffmpeg, "-version")}
         return {name: first_line(path, option) for name, (path, option) in asked.items()}
 
 

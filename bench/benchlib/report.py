@@ -21,6 +21,15 @@ NOTES = (
     "several connections the limit hardly acts on ours; the paced relay shows what a limited line gives.",
     "One range at a time and connection: without a cap, a long line gives n connections at most n ranges per round trip.",
     "Resume is timed from outside and contains emptying the buffer by reading.",
+    "The caches keep their files in the system's temporary folder, and so does `ffmpeg cache:`. Filling is timed inside the process, "
+    "from Open until everything is in the cache; the disk's figure is one file written in blocks of 512 KiB, each flushed to "
+    "the system. `ffmpeg` reads bytes as bytes (`-f data`) and drops them. mpv, whose cache would be another peer, is not "
+    "measured.",
+    "The session: 256 MiB that last 600 s over a line of 20 MiB/s; half of the seeks go at most 30 s back or forth, half "
+    "anywhere; up to 20 s of media are read after each, as fast as they come. Bytes count as sent when the server's socket has "
+    "taken them.",
+    "Segments are MPEG-TS of 2 s made by `ffmpeg`. Ours gets their URLs and drops the bytes; `ffmpeg -i list.m3u8 -c copy -f "
+    "null -` fetches the playlist as well and takes the packets apart. Both are timed as whole processes.",
 )
 
 
