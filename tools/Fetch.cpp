@@ -81,7 +81,7 @@ Outcome Fetcher::Receive(const MediaPart& part, size_t most, const std::function
       pause.Sleep();
     }
   }
-  return IsInterrupted() ? InterruptedOutcome() : TransferFailed("no answer in time");
+  return TransferFailed("no answer in time");
 }
 
 // Whether everything that was promised has come; of a resource sent instead of its range, that range is left.

@@ -22,6 +22,9 @@ Outcome Hls(const HlsOptions& options, Output* output, Report* report) {
   if (outcome.IsOk()) {
     outcome = player.Play();
   }
+  if (!outcome.IsOk() && IsInterrupted()) {
+    outcome = InterruptedOutcome();
+  }
   report->seconds = static_cast<double>(ZV_ChronoGetTick() - start) / 1000;
   if (outcome.IsOk()) {
     progress.Finish(report->bytes, -1);

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr double kBytesPerMegabyte = 1e6;
-constexpr size_t kMostSamplesShown = 20;
+constexpr size_t kMostSamplesShown = 12;
 
 double BytesPerSecond(const Report& report) {
   return report.seconds > 0 ? static_cast<double>(report.bytes) / report.seconds : 0;
@@ -18,14 +18,14 @@ void PrintRow(std::FILE* stream, const std::string& name, const std::string& val
   std::fprintf(stream, "%-16s %s\n", Printable(name).c_str(), Printable(value).c_str());
 }
 
-// How much was cached ahead, at some instants spread over the time: "0:00 2.0, 0:03 14.0".
+// Seconds that were cached ahead, at some instants spread over the time: "2.0 at 0.1, 14.0 at 3.2".
 std::string FormatAhead(const std::vector<AheadSample>& samples) {
   const size_t shown = std::min(samples.size(), kMostSamplesShown);
   std::string text;
   for (size_t i = 0; i < shown; ++i) {
     const AheadSample& sample = samples[shown == samples.size() ? i : i * (samples.size() - 1) / (shown - 1)];
-    text += (i == 0 ? "" : ", ") + FormatSeconds(static_cast<double>(sample.ms) / 1000) + " ";
-    text += FormatFixed(static_cast<double>(sample.aheadMs) / 1000, 1);
+    text += (i == 0 ? "" : ", ") + FormatFixed(static_cast<double>(sample.aheadMs) / 1000, 1);
+    text += " at " + FormatFixed(static_cast<double>(sample.ms) / 1000, 1);
   }
   return text.empty() ? "-" : text;
 }
