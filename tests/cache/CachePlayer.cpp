@@ -138,7 +138,7 @@ std::string CachePlayer::Read(const origin::Resource& expected, uint64_t end, ui
       if (IsOver(start)) {
         return "nothing more after " + std::to_string(position_);
       }
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
+      SleepMicroseconds(200);
     }
   }
   return "";

@@ -159,7 +159,7 @@ class Walk {
       if (plan_.faults && HasFailed()) {
         player_->Seek(static_cast<int64_t>(player_->Position()));
       }
-      std::this_thread::sleep_for(std::chrono::microseconds(300));
+      SleepMicroseconds(300);
     }
   }
 

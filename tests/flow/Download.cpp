@@ -30,7 +30,7 @@ std::string Compare(const origin::Resource& expected, uint64_t position, const s
 
 // Waits a little where nothing has arrived. False behind the deadline.
 bool KeepWaiting(const Stopwatch& watch) {
-  std::this_thread::sleep_for(std::chrono::microseconds(100));
+  SleepMicroseconds(100);
   return watch.Ms() < kReadMs;
 }
 

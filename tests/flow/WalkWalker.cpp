@@ -16,7 +16,7 @@ namespace {
 constexpr uint64_t kStepsPerOrigin = 40;
 constexpr uint64_t kWalkerApart = 0x9E3779B97F4A7C15ULL;
 constexpr uint64_t kStepApart = 0xD6E8FEB86659FD93ULL;
-constexpr auto kEmptyReadPause = std::chrono::microseconds(50);
+constexpr int64_t kEmptyReadPauseUs = 50;
 constexpr int kEmptyReadsToRelease = 20;  // stalled answers go on after so many
 constexpr uint64_t kReadsPerCheck = 50;
 
@@ -192,7 +192,7 @@ void Walker::Dawdle(Dice* dice, uint32_t read) {
   if (read > 0) {
     return;
   }
-  std::this_thread::sleep_for(kEmptyReadPause);
+  SleepMicroseconds(kEmptyReadPauseUs);
   if (++emptyReads_ % kEmptyReadsToRelease == 0) {
     server_->ReleaseStalls();
   }

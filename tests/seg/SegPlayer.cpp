@@ -107,7 +107,7 @@ std::string SegPlayer::ReadAll(int32_t readSize, int ms) {
       if (Clock::now() - start > std::chrono::milliseconds(ms)) {
         return segment_.target + ": nothing more after " + std::to_string(position_);
       }
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
+      SleepMicroseconds(200);
     }
   }
   return result == 0 ? "" : "Read gave " + std::to_string(result);
@@ -128,7 +128,7 @@ std::string SegPlayer::ReadTo(uint64_t position, int32_t readSize, int ms) {
       if (Clock::now() - start > std::chrono::milliseconds(ms)) {
         return segment_.target + ": nothing more after " + std::to_string(position_);
       }
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
+      SleepMicroseconds(200);
     }
   }
   return "";

@@ -1,5 +1,6 @@
 #include "Deadline.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -44,6 +45,13 @@ int DeadlineFactor() {
 }
 
 }  // namespace
+
+void SleepMicroseconds(int64_t us) {
+#if defined(_WIN32)
+  us = std::max<int64_t>(us, 1000);
+#endif
+  std::this_thread::sleep_for(std::chrono::microseconds(us));
+}
 
 bool WaitUntil(const std::function<bool()>& isReached, int ms) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);

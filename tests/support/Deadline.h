@@ -9,6 +9,10 @@
 // Tests isReached each millisecond until it gives true; false when it has not within ms.
 bool WaitUntil(const std::function<bool()>& isReached, int ms = 10000);
 
+// Sleeps that long. Windows counts in milliseconds and cuts off the rest, so that shorter sleeps would be none: there it is
+// at least one.
+void SleepMicroseconds(int64_t us);
+
 // Aborts the program, with the name in the message, when it lives longer than that. One at a time; uses the alarm
 // signal, so it needs no thread. Time is multiplied by ZV_DEADLINE_FACTOR of the environment (slow machines,
 // sanitizers).
