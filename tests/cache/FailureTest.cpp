@@ -282,11 +282,11 @@ TEST_F(FailureTest, LeavingTheFileCacheLosesNoByte) {
 
 TEST_F(FailureTest, CallbacksMayCallEverythingThatDoesNotStopTheHandle) {
   const origin::Resource media = Put("/media", 30 * kMb);
-  server_.Handle("/media", [failed = std::make_shared<bool>(false)](const origin::Request& request) {
-    if (request.first < static_cast<int64_t>(6 * kMb) || *failed) {
+  const auto hasFailed = std::make_shared<std::atomic<bool>>(false);
+  server_.Handle("/media", [hasFailed](const origin::Request& request) {
+    if (request.first < static_cast<int64_t>(6 * kMb) || hasFailed->exchange(true)) {
       return origin::Answer{};
     }
-    *failed = true;
     return origin::Status(503, kErrorPage);
   });
   CachePlayer player(3, 0);
@@ -322,6 +322,8 @@ TEST_F(FailureTest, CallbacksMayCallEverythingThatDoesNotStopTheHandle) {
   player.onState = call;
   player.Open(Url());
   EXPECT_EQ(player.ReadSome(media, 5 * kMb), "");
+  // Read ahead, so that it is kept back; a seek that failed would have to be made again.
+  ASSERT_TRUE(WaitUntil([&] { return hasFailed->load(); }));
   EXPECT_EQ(player.Seek(25 * kMb), 0);
   EXPECT_EQ(player.ReadAll(media), EndAt(30 * kMb));
   EXPECT_EQ(player.Seek(0), 0);
