@@ -11,6 +11,15 @@ if(UNIX AND NOT APPLE)
   endforeach()
 endif()
 
+if(MINGW)
+  # A list of the exported names beside each import library, for linkers that make their own from it.
+  foreach(library IN LISTS zv_libraries)
+    set(def ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/${library}.def)
+    target_link_options(${library} PRIVATE LINKER:--output-def,${def})
+    install(FILES ${def} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  endforeach()
+endif()
+
 install(TARGETS ${zv_libraries} EXPORT ZVHttpBaseTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -37,3 +46,13 @@ file(RELATIVE_PATH zv_prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" zv_prefix_from_pc "${zv_prefix_from_pc}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/zvhttpbase.pc.in ${PROJECT_BINARY_DIR}/zvhttpbase.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zvhttpbase.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# A package that is unpacked where it is used: the Windows build as a zip.
+if(WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION .)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_STRIP_FILES ON)
+  set(CPACK_PACKAGE_FILE_NAME ZVHttpBase-${PROJECT_VERSION}-${CMAKE_SYSTEM_PROCESSOR}-windows)
+  set(CPACK_VERBATIM_VARIABLES ON)
+  include(CPack)
+endif()

@@ -12,7 +12,7 @@ foreach(name boost CLI nlohmann)
   endif()
 endforeach()
 
-foreach(name CLI11::CLI11 nlohmann_json::nlohmann_json)
+foreach(name Boost::headers CLI11::CLI11 nlohmann_json::nlohmann_json)
   add_library(${name} INTERFACE IMPORTED)
   target_include_directories(${name} INTERFACE ${zv_host_headers})
 endforeach()

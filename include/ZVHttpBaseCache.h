@@ -35,12 +35,17 @@ extern "C" {
 
 typedef struct HttpBaseCache HttpBaseCache;
 
+/* The same for both caches. */
+#ifndef ZV_LOCAL_CACHE_PARAM
+#define ZV_LOCAL_CACHE_PARAM
 typedef struct LocalCacheParam {
   /* Seconds of media to keep ahead of the player; less than 40 counts as 40. */
   int32_t cacheTime;
-  /* Text put in front of the name of every cache file as it is: a folder with its separator, and perhaps a prefix. */
+  /* Text put in front of the name of every cache file as it is: a folder with its separator, and perhaps a prefix. In the
+   * narrow character set of the C runtime, as fopen takes it: on Windows that is the system's code page, not UTF-8. */
   const char* cacheDir;
 } LocalCacheParam;
+#endif
 
 /* What the cache state callback receives: the media time that can be read without the network, in milliseconds, whole
  * seconds. It comes when that has changed by more than a second of media, and whenever nothing is left. */

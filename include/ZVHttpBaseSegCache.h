@@ -43,7 +43,8 @@ typedef struct HttpBaseSegCache HttpBaseSegCache;
 typedef struct LocalCacheParam {
   /* Seconds of media to keep ahead of the player; less than 40 counts as 40. */
   int32_t cacheTime;
-  /* Text put in front of the name of every cache file as it is: a folder with its separator, and perhaps a prefix. */
+  /* Text put in front of the name of every cache file as it is: a folder with its separator, and perhaps a prefix. In the
+   * narrow character set of the C runtime, as fopen takes it: on Windows that is the system's code page, not UTF-8. */
   const char* cacheDir;
 } LocalCacheParam;
 #endif

@@ -52,6 +52,9 @@ const Setters<HttpBase> kDownloader = {ZV_HttpBaseSetReqHeader,  ZV_HttpBaseSetU
 const Setters<HttpBaseCache> kCache = {ZV_HttpBaseCacheSetReqHeader,  ZV_HttpBaseCacheSetUserAgent,
                                        ZV_HttpBaseCacheSetDevice,     ZV_HttpBaseCacheSetRetryTimes,
                                        ZV_HttpBaseCacheSetRetryDelay, ZV_HttpBaseCacheSetRespKey};
+const Setters<HttpBaseSegCache> kSegmentCache = {ZV_HttpBaseSegCacheSetReqHeader,  ZV_HttpBaseSegCacheSetUserAgent,
+                                                 ZV_HttpBaseSegCacheSetDevice,     ZV_HttpBaseSegCacheSetRetryTimes,
+                                                 ZV_HttpBaseSegCacheSetRetryDelay, ZV_HttpBaseSegCacheSetRespKey};
 
 template <typename Handle>
 void ApplyRequestOptions(Handle* handle, const CommonOptions& options, const Setters<Handle>& setters) {
@@ -101,6 +104,10 @@ void ApplyOptions(HttpBaseCache* handle, const CommonOptions& options) {
     ZV_HttpBaseCacheSetHttpConnRangeSize(handle, &*options.segmentBytes);
   }
   ApplyRequestOptions(handle, options, kCache);
+}
+
+void ApplyOptions(HttpBaseSegCache* handle, const CommonOptions& options) {
+  ApplyRequestOptions(handle, options, kSegmentCache);
 }
 
 std::optional<std::string> ResponseHeader(HttpBase* handle, const std::string& key) {

@@ -9,6 +9,7 @@
 
 #include "ZVHttpBase.h"
 #include "ZVHttpBaseCache.h"
+#include "ZVHttpBaseSegCache.h"
 
 constexpr int32_t kLeastConnections = 1;
 constexpr int32_t kMostConnections = 5;
@@ -35,6 +36,8 @@ struct CommonOptions {
 
 void ApplyOptions(HttpBase* handle, const CommonOptions& options);
 void ApplyOptions(HttpBaseCache* handle, const CommonOptions& options);
+// Reaches what the handle fetches without its cache; the requests of its workers keep the library's defaults.
+void ApplyOptions(HttpBaseSegCache* handle, const CommonOptions& options);
 
 // The value of a response header that was asked for, nothing when none was seen.
 std::optional<std::string> ResponseHeader(HttpBase* handle, const std::string& key);

@@ -5,6 +5,7 @@
 #include "Signals.h"
 #include "ZVHttpBase.h"
 #include "ZVHttpBaseCache.h"
+#include "ZVHttpBaseSegCache.h"
 
 // userData must outlive the owner.
 class DownloaderOwner {
@@ -39,6 +40,23 @@ class CacheOwner {
 
  private:
   HttpBaseCache* handle_ = nullptr;
+};
+
+class SegmentCacheOwner {
+ public:
+  SegmentCacheOwner(HttpBaseMsgCallback callback, void* userData) {
+    const SignalsForMainThreadOnly guard;
+    handle_ = ZV_HttpBaseSegCacheInit(callback, userData);
+  }
+  ~SegmentCacheOwner() { ZV_HttpBaseSegCacheRelease(&handle_); }
+  SegmentCacheOwner(const SegmentCacheOwner&) = delete;
+  SegmentCacheOwner& operator=(const SegmentCacheOwner&) = delete;
+
+  // Null when it could not be made.
+  HttpBaseSegCache* Get() const { return handle_; }
+
+ private:
+  HttpBaseSegCache* handle_ = nullptr;
 };
 
 #endif

@@ -1,13 +1,11 @@
-// zvhttp: the downloader and the cache on the command line. This file reads the arguments; each command has a file of its own.
-#include <CLI/CLI.hpp>
+// zvhttp: the downloader and the caches on the command line. This file reads the arguments; each command has a file of its own.
 #include <cstdio>
 #include <exception>
-#include <limits>
-#include <map>
 #include <string>
 
+#include "Arguments.h"
 #include "Get.h"
-#include "LumLog.h"
+#include "Hls.h"
 #include "Probe.h"
 #include "Serve.h"
 #include "Signals.h"
@@ -16,10 +14,6 @@
 #include "Text.h"
 
 namespace {
-
-constexpr int32_t kNoLimit = std::numeric_limits<int32_t>::max();
-// As the positions of --range.
-constexpr int64_t kLastPosition = (int64_t{1} << 62) - 1;
 
 constexpr const char* kExitCodes = R"(Exit codes:
   0    done
@@ -48,6 +42,18 @@ constexpr const char* kStreamExamples = R"(Examples:
 It ends well when the reader of standard output has seen enough. The cache files are gone at the end, however it ends.
 )";
 
+constexpr const char* kHlsExamples = R"(Examples:
+  zvhttp hls http://host/film.m3u8 | mpv -             plays while up to five workers fetch ahead
+  zvhttp hls --variant 0 -o film.ts http://host/master.m3u8
+  zvhttp hls --workers 2 --live-edge 1 --stats -o - http://host/live.m3u8 >/dev/null
+
+Of a master playlist one variant is played, without renditions that have playlists of their own. What is written is the
+segments in their order, with their maps (EXT-X-MAP) before them. Encrypted segments are refused. The options of requests
+reach playlists and maps; segments are asked for with the library's defaults, and --retries and --retry-delay say how
+often one is tried again after a status of 500 and more.
+It ends well when the reader of standard output has seen enough. The cache files are gone at the end, however it ends.
+)";
+
 constexpr const char* kProbeExamples = R"(Examples:
   zvhttp probe --offset 90000000 http://host/film.mp4             a seek while the transfer runs
   zvhttp probe --offset 500000 --idle 2000 http://host/film.mp4   back into what is cached
@@ -73,89 +79,6 @@ std::string CheckWalk(const std::string& text) {
   return ParseWalk(text) ? "" : "'" + text + "' is not SEED or SEED,STEPS";
 }
 
-std::string CheckOneLine(const std::string& text) {
-  return text.find_first_of("\r\n") == std::string::npos ? "" : "line breaks are not allowed";
-}
-
-std::string CheckHeaderLine(const std::string& text) {
-  const size_t colon = text.find(':');
-  if (colon == 0 || colon == std::string::npos) {
-    return "'" + text + "' is not 'Name: value'";
-  }
-  return CheckOneLine(text);
-}
-
-std::string CheckNotEmpty(const std::string& text) {
-  return text.empty() ? "must not be empty" : CheckOneLine(text);
-}
-
-CLI::Validator Named(std::string (*check)(const std::string&)) {
-  return {check, "", ""};
-}
-
-void AddRequestOptions(CLI::App* app, CommonOptions* options) {
-  app->add_option("-H,--header", options->requestHeaders, "Add a request header line, 'Name: value'; repeatable")
-      ->type_name("LINE")
-      ->expected(1)
-      ->take_all()
-      ->allow_extra_args(false)
-      ->check(Named(CheckHeaderLine));
-  app->add_option("-A,--user-agent", options->userAgent, "User-Agent instead of ZOVEX/1.0")
-      ->type_name("AGENT")
-      ->check(Named(CheckOneLine));
-  app->add_option("--interface", options->interfaceName, "Send from this network interface, address or host name")
-      ->type_name("NAME")
-      ->check(Named(CheckNotEmpty));
-  app->add_option("--retries", options->retries, "Attempts after the first one; -1: without end; default 2")
-      ->type_name("N")
-      ->check(CLI::Range(-1, kNoLimit));
-  // The largest number means the default to the library.
-  app->add_option("--retry-delay", options->retryDelayMs, "Milliseconds between attempts; default 3000")
-      ->type_name("MS")
-      ->check(CLI::Range(0, kNoLimit - 1));
-}
-
-void AddReportOptions(CLI::App* app, CommonOptions* options) {
-  app->add_option("--header-key", options->headerKeys, "Report the value of this response header; repeatable")
-      ->type_name("KEY")
-      ->expected(1)
-      ->take_all()
-      ->allow_extra_args(false)
-      ->check(Named(CheckNotEmpty));
-  app->add_flag("--stats", options->stats, "Print a table of figures on standard error at the end");
-  app->add_flag("--json", options->json,
-                "Print a JSON object at the end, on failure too; on standard output, with -o - on standard error");
-  app->add_flag("--quiet", options->quiet, "No progress line; errors are still told");
-}
-
-void AddConnectionOptions(CLI::App* app, CommonOptions* options) {
-  app->add_option("URL", options->url, "What to fetch, http:// or https://")
-      ->type_name("")
-      ->required()
-      ->check(Named(CheckNotEmpty));
-  app->add_option("-n,--connections", options->connections, "Connections, 1 to 5; default 1")
-      ->type_name("N")
-      ->check(CLI::Range(kLeastConnections, kMostConnections));
-  app->add_option("--segment", options->segmentBytes, "Bytes of one range request, 204800 to 716800; default 512000")
-      ->type_name("BYTES")
-      ->check(CLI::Range(kLeastSegmentBytes, kMostSegmentBytes));
-  AddRequestOptions(app, options);
-}
-
-void AddLogOption(CLI::App* app, CommonOptions* options) {
-  const std::map<std::string, int32_t> levels = {
-      {"trace", LUM_LEVEL_TRACE}, {"error", LUM_LEVEL_ERROR}, {"failure", LUM_LEVEL_FAILURE}};
-  app->add_option("--log", options->logLevel, "Log lines on standard error from this level on: trace, error, failure")
-      ->type_name("LEVEL")
-      ->transform(CLI::CheckedTransformer(levels).description(""));
-}
-
-void AddCommonOptions(CLI::App* app, CommonOptions* options) {
-  AddConnectionOptions(app, options);
-  AddReportOptions(app, options);
-  AddLogOption(app, options);
-}
-
 CLI::App* AddGet(CLI::App* app, GetOptions* options, std::string* rangeText) {
   CLI::App* get = app->add_subcommand("get", "Fetch a URL into a file or to standard output");
   get->footer(std::string(kGetExamples) + "\n" + kExitCodes);
@@ -172,27 +95,17 @@ CLI::App* AddGet(CLI::App* app, GetOptions* options, std::string* rangeText) {
   return get;
 }
 
-void AddCacheOptions(CLI::App* app, CacheOptions* options) {
-  app->add_option("--cache-dir", options->folder,
-                  "Keep the cache files in this folder; default: a private one in the temporary directory")
-      ->type_name("DIR")
-      ->check(Named(CheckNotEmpty));
-  app->add_option("--cache-time", options->cacheTime, "Seconds of media to keep ahead, at least 40; default 40")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0, kNoLimit));
-  app->add_option("--duration", options->durationMs, "Length of the media: what a second of it takes follows from it")
-      ->type_name("MS")
-      ->check(CLI::Range(0, kNoLimit));
-}
-
 CLI::App* AddStream(CLI::App* app, StreamOptions* options, std::string* walkText) {
   CLI::App* stream = app->add_subcommand("stream", "Read a URL through the cache, as a player does");
   stream->footer(std::string(kStreamExamples) + "\n" + kExitCodes);
   AddCommonOptions(stream, &options->common);
-  AddCacheOptions(stream, &options->cache);
-  stream->add_option("-o,--output", options->output, "File to write; default '-': standard output")
-      ->type_name("FILE")
-      ->check(Named(CheckNotEmpty));
+  AddCacheOptions(stream, &options->cache.folder, &options->cache.cacheTime);
+  stream
+      ->add_option("--duration", options->cache.durationMs,
+                   "Length of the media: what a second of it takes follows from it")
+      ->type_name("MS")
+      ->check(CLI::Range(0, kNoLimit));
+  AddOutputOption(stream, &options->output);
   CLI::Option* seek =
       stream
           ->add_option("--seek", options->seeks,
@@ -210,6 +123,36 @@ CLI::App* AddStream(CLI::App* app, StreamOptions* options, std::string* walkText
       ->check(Named(CheckWalk))
       ->excludes(seek);
   return stream;
+}
+
+CLI::App* AddHls(CLI::App* app, HlsOptions* options) {
+  CLI::App* hls = app->add_subcommand("hls", "Play an HLS playlist through the segment cache");
+  hls->footer(std::string(kHlsExamples) + "\n" + kExitCodes);
+  CommonOptions* const common = &options->source.common;
+  AddUrl(hls, common);
+  AddOutputOption(hls, &options->output);
+  hls->add_option("--workers", options->segments.workers, "Segments fetched at a time, 1 to 5; default 5")
+      ->type_name("N")
+      ->check(CLI::Range(kLeastConnections, kMostConnections));
+  AddCacheOptions(hls, &options->segments.folder, &options->segments.cacheTime);
+  hls->add_option("--start", options->start, "Begin with the segment of this media sequence number")
+      ->type_name("SEQ")
+      ->check(CLI::Range(int64_t{0}, kLastPosition));
+  hls->add_option("--live-edge", options->liveEdge, "Begin so many segments before the end of a live list; default 3")
+      ->type_name("N")
+      ->check(CLI::Range(1, kNoLimit));
+  hls->add_option("--live-wait", options->source.liveWaitSeconds,
+                  "Give up a live list that brings nothing new for so long; default 60")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, kNoLimit));
+  hls->add_option("--variant", options->source.variant,
+                  "Place in the master playlist, from 0; default: the one of the highest bandwidth")
+      ->type_name("N")
+      ->check(CLI::Range(0, kNoLimit));
+  AddRequestOptions(hls, common);
+  AddReportOptions(hls, common);
+  AddLogOption(hls, common);
+  return hls;
 }
 
 CLI::App* AddProbe(CLI::App* app, ProbeOptions* options) {
@@ -264,10 +207,12 @@ ExitCode Run(int argc, char** argv) {
   std::string rangeText;
   StreamOptions streamOptions;
   std::string walkText;
+  HlsOptions hlsOptions;
   ProbeOptions probeOptions;
   ServeOptions serveOptions;
   const CLI::App* get = AddGet(&app, &getOptions, &rangeText);
   const CLI::App* stream = AddStream(&app, &streamOptions, &walkText);
+  const CLI::App* hls = AddHls(&app, &hlsOptions);
   const CLI::App* probe = AddProbe(&app, &probeOptions);
   AddServe(&app, &serveOptions);
   try {
@@ -284,6 +229,9 @@ ExitCode Run(int argc, char** argv) {
   if (stream->parsed()) {
     streamOptions.walk = ParseWalk(walkText);
     return RunStream(streamOptions);
+  }
+  if (hls->parsed()) {
+    return RunHls(hlsOptions);
   }
   if (probe->parsed()) {
     return RunProbe(probeOptions);

@@ -38,9 +38,13 @@ std::string FormatProgress(const ProgressState& state) {
   } else {
     line += state.connections == 1 ? "  1 connection" : "";
   }
+  if (state.segments) {
+    line += "  " + std::to_string(state.segments->done) + " of " + std::to_string(state.segments->known) + " segments";
+  }
   if (state.ahead) {
     line += "  " + FormatSeconds(static_cast<double>(state.ahead->ms) / 1000);
-    line += " (" + FormatBytes(static_cast<double>(state.ahead->bytes)) + ") ahead";
+    line += state.ahead->bytes < 0 ? "" : " (" + FormatBytes(static_cast<double>(state.ahead->bytes)) + ")";
+    line += " ahead";
   }
   return line;
 }
@@ -114,6 +118,7 @@ void ProgressLine::Draw(int64_t now, int64_t bytes, int64_t expected) {
   state.expected = expected;
   state.bytesPerSecond = speed_;
   state.ahead = ahead_;
+  state.segments = segments_;
   state.connections =
       ConnectionsFor(expected < 0 ? -1 : std::max<int64_t>(expected - bytes, 0), segmentBytes_, connections_);
   std::string line = FormatProgress(state);

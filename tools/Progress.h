@@ -9,8 +9,14 @@
 
 // What is cached ahead of the reader.
 struct Ahead {
-  int64_t ms = 0;  // media time
-  int64_t bytes = 0;
+  int64_t ms = 0;     // media time
+  int64_t bytes = 0;  // -1: not told
+};
+
+// How far a playlist has been played.
+struct SegmentCount {
+  int64_t done = 0;
+  int64_t known = 0;
 };
 
 // One look at a download.
@@ -18,8 +24,9 @@ struct ProgressState {
   int64_t bytes = 0;
   int64_t expected = -1;  // -1: unknown
   double bytesPerSecond = 0;
-  int32_t connections = 1;  // most that can be in flight now
+  int32_t connections = 1;  // most that can be in flight now; 0: not shown
   std::optional<Ahead> ahead;
+  std::optional<SegmentCount> segments;
 };
 
 // "42.0 %  1.3 MB of 3.1 MB  2.2 MB/s  0:01 left  up to 5 connections  0:12 (1.5 MB) ahead". The library does not tell how many connections
@@ -44,6 +51,7 @@ class ProgressLine {
   // Whether Update would draw: only then what it shows need be asked for.
   bool IsDue() const;
   void SetAhead(const Ahead& ahead) { ahead_ = ahead; }
+  void SetSegments(const SegmentCount& segments) { segments_ = segments; }
   // Draws the line anew, at most five times a second.
   void Update(int64_t bytes, int64_t expected);
   // Draws it a last time, whatever the time, and leaves it there.
@@ -60,6 +68,7 @@ class ProgressLine {
   int64_t drawnBytes_ = 0;
   double speed_ = 0;  // bytes per second, smoothed
   std::optional<Ahead> ahead_;
+  std::optional<SegmentCount> segments_;
   size_t width_ = 0;  // of what stands on the line
 };
 

@@ -1,5 +1,6 @@
 #include "Report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "Text.h"
@@ -7,6 +8,7 @@
 namespace {
 
 constexpr double kBytesPerMegabyte = 1e6;
+constexpr size_t kMostSamplesShown = 12;
 
 double BytesPerSecond(const Report& report) {
   return report.seconds > 0 ? static_cast<double>(report.bytes) / report.seconds : 0;
@@ -16,9 +18,46 @@ void PrintRow(std::FILE* stream, const std::string& name, const std::string& val
   std::fprintf(stream, "%-16s %s\n", Printable(name).c_str(), Printable(value).c_str());
 }
 
+// Seconds that were cached ahead, at some instants spread over the time: "2.0 at 0.1, 14.0 at 3.2".
+std::string FormatAhead(const std::vector<AheadSample>& samples) {
+  const size_t shown = std::min(samples.size(), kMostSamplesShown);
+  std::string text;
+  for (size_t i = 0; i < shown; ++i) {
+    const AheadSample& sample = samples[shown == samples.size() ? i : i * (samples.size() - 1) / (shown - 1)];
+    text += (i == 0 ? "" : ", ") + FormatFixed(static_cast<double>(sample.aheadMs) / 1000, 1);
+    text += " at " + FormatFixed(static_cast<double>(sample.ms) / 1000, 1);
+  }
+  return text.empty() ? "-" : text;
+}
+
+void PrintPlaylist(const PlaylistFigures& playlist, std::FILE* stream) {
+  PrintRow(stream, "playlist", playlist.url + (playlist.isLive ? ", live" : ""));
+  PrintRow(stream, "playlist loads", std::to_string(playlist.loads));
+  PrintRow(stream, "workers", std::to_string(playlist.workers));
+  PrintRow(stream, "segments", std::to_string(playlist.segments));
+  PrintRow(stream, "skipped", std::to_string(playlist.skipped));
+  PrintRow(stream, "discontinuities", std::to_string(playlist.discontinuities));
+  PrintRow(stream, "ahead (s)", FormatAhead(playlist.ahead));
+}
+
 template <typename T>
 nlohmann::ordered_json OrNull(const std::optional<T>& value) {
   return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
+}
+
+nlohmann::ordered_json PlaylistObject(const PlaylistFigures& playlist) {
+  nlohmann::ordered_json object = {{"url", playlist.url},
+                                   {"live", playlist.isLive},
+                                   {"workers", playlist.workers},
+                                   {"loads", playlist.loads},
+                                   {"segments", playlist.segments},
+                                   {"skipped", playlist.skipped},
+                                   {"discontinuities", playlist.discontinuities}};
+  object["ahead"] = nlohmann::ordered_json::array();
+  for (const AheadSample& sample : playlist.ahead) {
+    object["ahead"].push_back({{"ms", sample.ms}, {"aheadMs", sample.aheadMs}});
+  }
+  return object;
 }
 
 }  // namespace
@@ -28,6 +67,10 @@ void PrintStats(const Report& report, std::FILE* stream) {
   PrintRow(stream, "seconds", FormatFixed(report.seconds, 3));
   PrintRow(stream, "MB/s", FormatFixed(BytesPerSecond(report) / kBytesPerMegabyte, 2));
   PrintRow(stream, "first byte (ms)", report.firstByteMs ? std::to_string(*report.firstByteMs) : "-");
+  if (report.playlist) {
+    PrintPlaylist(*report.playlist, stream);
+    return;
+  }
   PrintRow(stream, "connections", std::to_string(report.connections));
   PrintRow(stream, "redirected to", report.redirectUrl.value_or("-"));
   PrintRow(stream, "content length", report.contentLength > 0 ? std::to_string(report.contentLength) : "unknown");
@@ -67,6 +110,9 @@ bool PrintJson(const Report& report, const Outcome& outcome, std::FILE* stream) 
       object["seeks"].push_back(
           {{"position", seek.position}, {"firstByteMs", seek.firstByteMs}, {"cached", seek.isCached}});
     }
+  }
+  if (report.playlist) {
+    object["playlist"] = PlaylistObject(*report.playlist);
   }
   // Header values can hold any bytes; those that are no UTF-8 are replaced.
   const std::string text = object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";

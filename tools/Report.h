@@ -19,6 +19,23 @@ struct SeekFigure {
   bool isCached = false;   // answered without a request
 };
 
+struct AheadSample {
+  int64_t ms = 0;       // since the start
+  int32_t aheadMs = 0;  // media time cached ahead then
+};
+
+// What a command that plays a playlist tells beside.
+struct PlaylistFigures {
+  std::string url;  // of the media playlist
+  bool isLive = false;
+  int32_t workers = 1;
+  int64_t loads = 0;     // of the media playlist
+  int64_t segments = 0;  // read to their end
+  int64_t skipped = 0;   // gone before they were read
+  int64_t discontinuities = 0;
+  std::vector<AheadSample> ahead;
+};
+
 struct Report {
   std::string url;
   int64_t bytes = 0;
@@ -29,6 +46,7 @@ struct Report {
   std::optional<std::string> redirectUrl;
   std::vector<std::pair<std::string, std::optional<std::string>>> headers;
   std::optional<std::vector<SeekFigure>> seeks;  // of commands that seek
+  std::optional<PlaylistFigures> playlist;
 };
 
 void PrintStats(const Report& report, std::FILE* stream);

@@ -1,5 +1,7 @@
 // Making and deleting cache files. Called by whichever thread owns the record; no lock is taken.
 #include <cinttypes>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "Common/Guard.h"
@@ -45,6 +47,16 @@ bool PreWrite(const char* name, HttpBaseCacheFile* cacheFile, int32_t size) {
   return true;
 }
 
+// As the runtime prints an address. Windows prints all digits, in upper case and without a prefix; MinGW's own does not.
+void PrintAddress(char (&text)[kNumberBytes], const void* address) {
+#if defined(_WIN32)
+  constexpr int kDigits = 2 * sizeof(void*);
+  snprintf(text, sizeof text, "%0*" PRIXPTR, kDigits, reinterpret_cast<uintptr_t>(address));
+#else
+  snprintf(text, sizeof text, "%p", address);
+#endif
+}
+
 }  // namespace
 
 char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
@@ -59,7 +71,7 @@ char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
   char number[kNumberBytes] = {};
   char address[kNumberBytes] = {};
   snprintf(number, sizeof number, "%lld", Wide(tick));
-  snprintf(address, sizeof address, "%p", static_cast<void*>(name));
+  PrintAddress(address, name);
   strcat(name, number);
   strcat(name, address);
   return name;

@@ -1,11 +1,26 @@
-# Every public header compiles alone, twice included, as C11 and as C++11, with all warnings as errors. There is nothing to
-# run: the build fails.
+# Every public header compiles alone, twice included, as C11 and as C++11, with all warnings as errors; and all of
+# them together, in either order. There is nothing to run: the build fails.
 file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/*.h ${PROJECT_SOURCE_DIR}/platform/*.h)
 foreach(header IN LISTS headers)
   get_filename_component(name ${header} NAME)
   foreach(language c cpp)
     set(source ${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.${language})
     file(CONFIGURE OUTPUT ${source} CONTENT "#include \"${name}\"\n#include \"${name}\"\n")
+    list(APPEND header_sources ${source})
+  endforeach()
+endforeach()
+
+set(backwards ${headers})
+list(REVERSE backwards)
+foreach(order headers backwards)
+  set(includes "")
+  foreach(header IN LISTS ${order})
+    get_filename_component(name ${header} NAME)
+    string(APPEND includes "#include \"${name}\"\n")
+  endforeach()
+  foreach(language c cpp)
+    set(source ${CMAKE_CURRENT_BINARY_DIR}/headers/all_${order}.${language})
+    file(CONFIGURE OUTPUT ${source} CONTENT "${includes}")
     list(APPEND header_sources ${source})
   endforeach()
 endforeach()

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <limits>
-#include <stdexcept>
 #include <string_view>
 #include <thread>
 
@@ -220,17 +218,11 @@ void CachePlayer::TakeState(void* self, int32_t state, int32_t value) {
 CacheTest::CacheTest(int32_t lowestLevel)
     : watchdog_(kTestSeconds, testing::UnitTest::GetInstance()->current_test_info()->name()), log_(lowestLevel) {
   fault_platform::SetTimeScale(kTimeScale);
-  std::string name = (std::filesystem::temp_directory_path() / "zvcacheXXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("no folder");
-  }
-  folder_ = name;
 }
 
 CacheTest::~CacheTest() {
   fault_platform::Reset();
   EXPECT_EQ(FilesInFolder(), 0) << "cache files are left";
-  std::filesystem::remove_all(folder_);
   if (HasFailure()) {
     const std::string text = log_.Text();
     const size_t from = text.size() > kShownLogBytes ? text.size() - kShownLogBytes : 0;
@@ -242,11 +234,6 @@ origin::Resource CacheTest::Put(const std::string& target, uint64_t length, uint
   const origin::Resource resource = origin::PatternResource(length, seed);
   server_.Put(target, resource);
   return resource;
-}
-
-int CacheTest::FilesInFolder() const {
-  const std::filesystem::directory_iterator files(folder_);
-  return static_cast<int>(std::distance(begin(files), end(files)));
 }
 
 std::vector<std::string> CacheTest::RangesOf(const std::string& target) const {

@@ -20,6 +20,7 @@
 #include "LogCapture.h"
 #include "LumLog.h"
 #include "Origin.h"
+#include "TestFolder.h"
 #include "ZVHttpBaseCache.h"
 #include "ZVHttpBaseCache/Cache.h"
 
@@ -96,15 +97,16 @@ class CacheTest : public testing::Test {
   std::string Url(const std::string& target = "/media") const { return server_.Url(target); }
   // The folder with its separator.
   std::string Prefix() const { return folder_ + "/"; }
-  int FilesInFolder() const;
+  int FilesInFolder() const { return files_.CountFiles(); }
   std::vector<std::string> RangesOf(const std::string& target = "/media") const;
 
  private:
   Leftovers leftovers_{fault_platform::LiveGauges()};
   Watchdog watchdog_;
+  TestFolder files_;
 
  protected:
-  std::string folder_;
+  const std::string folder_ = files_.Path();
   LogCapture log_;
   origin::Server server_;
 };

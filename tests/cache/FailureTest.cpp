@@ -163,6 +163,7 @@ TEST_F(FailureTest, WithoutAFirstFileTheStreamIsReadFromMemory) {
 }
 
 TEST_F(FailureTest, WhenNoFurtherFileCanBeMadeTheOnesThereAreUsedAgain) {
+  ZV_NEEDS_FILES_THAT_CAN_GO();
   const origin::Resource media = Put("/media", 60 * kMb);
   for (const uint64_t before : {uint64_t{0}, 20 * kMb}) {
     CachePlayer player;
@@ -190,6 +191,7 @@ void HoldUp(void*, int32_t, const char*, const char*, int32_t, const char* text)
 }
 
 TEST_F(FailureTest, APlayerThatKeepsAskingDoesNotKeepTheCacheFromReusingAFile) {
+  ZV_NEEDS_FILES_THAT_CAN_GO();
   const origin::Resource media = Put("/media", 12 * kMb);
   CachePlayer player;
   player.onState = [](int32_t) { asked.fetch_add(1); };
@@ -205,6 +207,7 @@ TEST_F(FailureTest, APlayerThatKeepsAskingDoesNotKeepTheCacheFromReusingAFile) {
 }
 
 TEST_F(FailureTest, AFileThatFillsUpEndsAtItsLastGoodByte) {
+  ZV_NEEDS_FILE_LIMIT();
   const origin::Resource media = Put("/media", 30 * kMb);
   CachePlayer player;
   player.UseFiles(Prefix());
@@ -220,6 +223,7 @@ TEST_F(FailureTest, AFileThatFillsUpEndsAtItsLastGoodByte) {
 }
 
 TEST_F(FailureTest, WhenNothingCanBeWrittenThePlayerReadsOnFromMemory) {
+  ZV_NEEDS_FILE_LIMIT();
   const origin::Resource media = Put("/media", 30 * kMb);
   CachePlayer player;
   player.UseFiles(Prefix());
@@ -240,6 +244,7 @@ TEST_F(FailureTest, WhenNothingCanBeWrittenThePlayerReadsOnFromMemory) {
 }
 
 TEST_F(FailureTest, FilesCutFromOutsideAreFetchedAgain) {
+  ZV_NEEDS_FILES_THAT_CAN_GO();
   const origin::Resource media = Put("/media", 20 * kMb);
   CachePlayer player;
   player.UseFiles(Prefix());

@@ -118,16 +118,19 @@ TEST(FileNameOfUrl, IsTheLastPathSegment) {
 }
 
 TEST(ProgressLine, SaysWhatIsKnown) {
-  EXPECT_EQ(FormatProgress({1300000, 3100000, 900000, 5, {}}),
+  EXPECT_EQ(FormatProgress({1300000, 3100000, 900000, 5, {}, {}}),
             "41.9 %  1.3 MB of 3.1 MB  900.0 kB/s  0:02 left  up to 5 connections");
-  EXPECT_EQ(FormatProgress({999, -1, 0, 1, {}}), "999 B  0 B/s  1 connection");
-  EXPECT_EQ(FormatProgress({0, 5000, 0, 2, {}}), "0.0 %  0 B of 5.0 kB  0 B/s  -:-- left  up to 2 connections");
+  EXPECT_EQ(FormatProgress({999, -1, 0, 1, {}, {}}), "999 B  0 B/s  1 connection");
+  EXPECT_EQ(FormatProgress({0, 5000, 0, 2, {}, {}}), "0.0 %  0 B of 5.0 kB  0 B/s  -:-- left  up to 2 connections");
   // Not 100 before the last byte.
-  EXPECT_EQ(FormatProgress({999999, 1000000, 1e6, 1, {}}).substr(0, 6), "99.9 %");
+  EXPECT_EQ(FormatProgress({999999, 1000000, 1e6, 1, {}, {}}).substr(0, 6), "99.9 %");
 }
 
 TEST(ProgressLine, SaysWhatIsAhead) {
-  EXPECT_EQ(FormatProgress({999, -1, 0, 1, Ahead{12000, 1500000}}), "999 B  0 B/s  1 connection  0:12 (1.5 MB) ahead");
+  EXPECT_EQ(FormatProgress({999, -1, 0, 1, Ahead{12000, 1500000}, {}}),
+            "999 B  0 B/s  1 connection  0:12 (1.5 MB) ahead");
+  EXPECT_EQ(FormatProgress({999, -1, 0, 0, Ahead{12000, -1}, SegmentCount{3, 60}}),
+            "999 B  0 B/s  3 of 60 segments  0:12 ahead");
   const struct {
     int32_t ms;
     int64_t durationMs;

@@ -39,4 +39,33 @@ TEST(RealExample, PlaysSeeksAndLeavesNoFile) {
   EXPECT_TRUE(std::filesystem::is_empty(files));
 }
 
+TEST(RealExample, PlaysSegmentsInTheirOrderAndLeavesNoFile) {
+  const std::filesystem::path files = Server().Folder() + "/example_playlist";
+  std::filesystem::create_directory(files);
+  ProcessSetup setup;
+  setup.arguments = {ZV_EXAMPLE_PLAYLIST, files.string() + "/"};
+  for (const char* target : {"/media.bin", "/text.txt", "/media.bin?again"}) {
+    setup.arguments.push_back(Server().Url(Protocol::kHttp, target));
+    setup.arguments.emplace_back("2000");
+  }
+  const ProcessResult result = RunProcess(setup);
+  EXPECT_EQ(result.exitCode, 0) << result.error;
+  const std::string media = MediaBytes(0, Nginx::kMediaBytes - 1);
+  EXPECT_TRUE(SameBytes(result.output, media + TextOfTheServer() + media));
+  EXPECT_TRUE(std::filesystem::is_empty(files));
+}
+
+TEST(RealExample, PlaylistEndsAtAMissingSegment) {
+  ProcessSetup setup;
+  setup.arguments = {ZV_EXAMPLE_PLAYLIST, Server().Folder() + "/"};
+  for (const char* target : {"/text.txt", "/missing.bin", "/text.txt"}) {
+    setup.arguments.push_back(Server().Url(Protocol::kHttp, target));
+    setup.arguments.emplace_back("2000");
+  }
+  const ProcessResult result = RunProcess(setup);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(SameBytes(result.output, TextOfTheServer()));
+  EXPECT_NE(result.error.find("failed: 404\n"), std::string::npos) << result.error;
+}
+
 }  // namespace

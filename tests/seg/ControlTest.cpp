@@ -237,7 +237,7 @@ TEST_F(ControlTest, EveryCallMayComeFromAnotherThread) {
       threads.emplace_back([&, call] {
         for (int i = 0; !isOver.load(); ++i) {
           call(i);
-          std::this_thread::sleep_for(std::chrono::microseconds(300));
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
       });
     }

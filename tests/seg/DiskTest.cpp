@@ -36,6 +36,7 @@ class DiskTest : public SegTest {
 };
 
 TEST_F(DiskTest, AFullDiskIsLeftInTheMiddleOfASegment) {
+  ZV_NEEDS_FILE_LIMIT();
   constexpr uint64_t kLength = 5000000;
   const Segment plain = PutSegment(0, 600000);
   server_.Put("/all", origin::PatternResource(kLength, 9));
@@ -68,6 +69,7 @@ TEST_F(DiskTest, AFullDiskIsLeftInTheMiddleOfASegment) {
 }
 
 TEST_F(DiskTest, AServerThatIgnoresRangesIsCutToWhatIsMissing) {
+  ZV_NEEDS_FILE_LIMIT();
   const Segment segment = PutSegment(0, 600000);
   const FileLimit full(kLimit);
   const auto gate = std::make_shared<origin::Gate>();
@@ -89,6 +91,7 @@ TEST_F(DiskTest, AServerThatIgnoresRangesIsCutToWhatIsMissing) {
 }
 
 TEST_F(DiskTest, AFailureWhileGoingOnIsReportedAndItsPageIsNotMedia) {
+  ZV_NEEDS_FILE_LIMIT();
   const Segment segment = PutSegment(0, 600000);
   for (const origin::Answer& answer : {origin::Status(404, "no media"), origin::Status(503, "no media")}) {
     const FileLimit full(kLimit);
@@ -113,6 +116,7 @@ TEST_F(DiskTest, AFailureWhileGoingOnIsReportedAndItsPageIsNotMedia) {
 }
 
 TEST_F(DiskTest, ADiskThatFillsUpWhileASegmentIsCompleteDoesNotTouchIt) {
+  ZV_NEEDS_FILE_LIMIT();
   const Segment first = PutSegment(0, 50000);
   const Segment second = PutSegment(1, 600000);
   for (const uint64_t read : {0, 20000, 50000}) {
@@ -132,6 +136,7 @@ TEST_F(DiskTest, ADiskThatFillsUpWhileASegmentIsCompleteDoesNotTouchIt) {
 }
 
 TEST_F(DiskTest, ASegmentThatThePlayerHasClosedIsNotOpenedAgain) {
+  ZV_NEEDS_FILE_LIMIT();
   const Segment first = PutSegment(0, 50000);
   const Segment second = PutSegment(1, 600000);
   const FileLimit full(kLimit);
@@ -172,7 +177,7 @@ TEST_F(DiskTest, AFolderThatDoesNotExistLeavesDirectReading) {
 TEST_F(DiskTest, GivingUpRacesWithTheReader) {
   const std::vector<Segment> segments = PutSegments(4, 160000);
   for (int round = 0; round < 60; round += kIsSanitized ? 4 : 1) {
-    const FileLimit full(static_cast<rlim_t>(1000 + round * 2700));
+    const FileLimit full(static_cast<uint64_t>(1000 + round * 2700));
     const auto player = NewPlayer(segments, 1 + round % 5);
     for (const Segment& segment : segments) {
       ASSERT_EQ(player->Open(Url(segment), segment), 0) << round;

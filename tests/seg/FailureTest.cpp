@@ -263,7 +263,7 @@ TEST_F(FailureTest, ASegmentThatIsFetchedAgainIsReadOnWhereItWas) {
     for (int round = 0; round < 3; ++round) {
       ZV_HttpBaseSegCacheAbortCurrentCaching(player->Get());
       ASSERT_TRUE(player->WaitForState(0, kSegmentWaiting));
-      EXPECT_EQ(FilesInFolder(), 0);
+      EXPECT_TRUE(WaitUntil([this] { return FilesInFolder() == 0; }));
       int32_t result = 0;
       EXPECT_EQ(player->ReadOnce(1000, &result), "");
       EXPECT_EQ(result, 1);

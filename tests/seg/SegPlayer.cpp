@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <stdexcept>
 #include <thread>
 
 namespace seg {
@@ -235,17 +233,11 @@ void SegPlayer::TakeState(void* self, int32_t type, int32_t value) {
 SegTest::SegTest(int32_t lowestLevel, int seconds)
     : watchdog_(seconds, testing::UnitTest::GetInstance()->current_test_info()->name()), log_(lowestLevel) {
   fault_platform::SetTimeScale(kTimeScale);
-  std::string name = (std::filesystem::temp_directory_path() / "zvsegXXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("no folder");
-  }
-  folder_ = name;
 }
 
 SegTest::~SegTest() {
   fault_platform::Reset();
   EXPECT_EQ(FilesInFolder(), 0) << "cache files are left";
-  std::filesystem::remove_all(folder_);
   if (HasFailure()) {
     const std::string text = log_.Text();
     const size_t from = text.size() > kShownLogBytes ? text.size() - kShownLogBytes : 0;
@@ -281,11 +273,6 @@ std::unique_ptr<SegPlayer> SegTest::NewPlayer(const std::vector<Segment>& segmen
     EXPECT_EQ(player->Add(Url(segment), segment), 0);
   }
   return player;
-}
-
-int SegTest::FilesInFolder() const {
-  const std::filesystem::directory_iterator files(folder_);
-  return static_cast<int>(std::distance(begin(files), end(files)));
 }
 
 }  // namespace seg

@@ -22,6 +22,7 @@
 #include "LogCapture.h"
 #include "LumLog.h"
 #include "Origin.h"
+#include "TestFolder.h"
 #include "ZVHttpBaseSegCache.h"
 #include "ZVHttpBaseSegCache/SegCache.h"
 
@@ -128,15 +129,16 @@ class SegTest : public testing::Test {
   std::unique_ptr<SegPlayer> NewPlayer(const std::vector<Segment>& segments, int32_t workers = 1,
                                        Kind kind = Kind::kOnDemand, int32_t cacheTime = 40);
   std::string Prefix() const { return folder_ + "/"; }
-  int FilesInFolder() const;
+  int FilesInFolder() const { return files_.CountFiles(); }
   int RequestsOf(const Segment& segment) const { return static_cast<int>(server_.LogOf(segment.target).size()); }
 
  private:
   Leftovers leftovers_{fault_platform::LiveGauges()};
   Watchdog watchdog_;
+  TestFolder files_;
 
  protected:
-  std::string folder_;
+  const std::string folder_ = files_.Path();
   LogCapture log_;
   origin::Server server_;
 };
