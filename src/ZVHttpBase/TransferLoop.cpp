@@ -4,12 +4,15 @@
 // Release, the distribution) sets a word and calls curl_multi_wakeup, which is remembered if the thread is not waiting
 // yet. So a transfer stops and resumes at once, and a resume cannot fall between "refused" and "paused".
 #include <algorithm>
+#include <limits>
 
 #include "ZVHttpBase/Engine.h"
 
 namespace {
 
 constexpr int kPollMs = 1000;
+// Nothing but a wake-up ends a pause, however long it takes: until then the thread rests.
+constexpr int kPausedPollMs = std::numeric_limits<int>::max();
 // How long a transfer that has all its bytes may take to end cleanly, so that its connection can be used again.
 constexpr int64_t kEndingMs = 50;
 
@@ -68,7 +71,7 @@ CURLcode Pump(HttpBaseServiceThread* record, CURLM* multi) ZV_REQUIRES(record->c
     if (CanResume(record)) {
       continue;
     }
-    int waitMs = kPollMs;
+    int waitMs = IsPaused(record) ? kPausedPollMs : kPollMs;
     if (HasEverything(record)) {
       const int64_t now = ZV_ChronoGetTick();
       completeSince = completeSince < 0 ? now : completeSince;

@@ -94,6 +94,10 @@ void AnswerSeek(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 bool HasRequest(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 
 // Reopen.cpp: on the CacheThread
+// Before something slow that is done for a seek: what a running transfer brings until its request is replaced would be
+// thrown away, and fetched again if the player comes back. One that has not been answered yet is left to the request that
+// replaces it. The lock is given up.
+void StopTransfer(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 void ZV_HttpBaseCacheOpenHttpBaseInternal(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 // Leaves the file cache: streaming goes on from the downloader.
 void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);

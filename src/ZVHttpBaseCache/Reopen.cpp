@@ -109,6 +109,15 @@ void LeaveRequest(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
 
 }  // namespace
 
+void StopTransfer(HttpBaseCache* cache) {
+  if (cache->isWaitForHttpNotify != 0) {
+    return;
+  }
+  cache->connectionLost = 1;
+  CloseDownloader(cache);
+  EndReopening(cache);
+}
+
 void ZV_HttpBaseCacheOpenHttpBaseInternal(HttpBaseCache* cache) {
   const uint32_t generation = cache->generation;
   LOG_TRACE("%s Enter startPosInStream=%lld isSetRange=%d lastRangeEnd=%lld", Wide(cache->currentReadPos),

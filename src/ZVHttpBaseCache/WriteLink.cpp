@@ -167,6 +167,7 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
 
 void AnswerSeek(HttpBaseCache* cache) {
   if (!IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
+    StopTransfer(cache);
     PrepareFile(cache);
   }
   // Another seek may have been answered from the cache meanwhile.

@@ -1,5 +1,12 @@
 // Slow readers and failures in the middle: nothing is lost, nothing behind a hole is delivered.
+#include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <thread>
+
+#if defined(__linux__)
+#include <unistd.h>
+#endif
 
 #include "Download.h"
 
@@ -12,6 +19,22 @@ using testing::ElementsAre;
 
 constexpr uint64_t kRingBytes = 4194304;
 constexpr uint64_t kLong = 5 * kRingBytes + 321;
+
+#if defined(__linux__)
+// How often the kernel has taken the threads of the process but this one from a core, or been given it back.
+int64_t SwitchesOfOtherThreads() {
+  const std::string own = std::to_string(gettid());
+  int64_t sum = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    for (std::string line; task.path().filename() != own && std::getline(status, line);) {
+      const size_t at = line.find("ctxt_switches:");
+      sum += at == std::string::npos ? 0 : std::stoll(line.substr(at + sizeof "ctxt_switches:" - 1));
+    }
+  }
+  return sum;
+}
+#endif
 
 class ReaderTest : public FlowTest {
  protected:
@@ -51,6 +74,27 @@ TEST_F(ReaderTest, APausedTransferResumesAtOnce) {
   EXPECT_EQ(download.ReadAll(media, done), Right(kSegLen));
   EXPECT_LT(watch.Ms(), 20000);
 }
+
+#if defined(__linux__)
+// A player may pause for hours; a poll of once a second would wake the processor all that time.
+TEST_F(ReaderTest, APausedTransferRests) {
+  constexpr auto kRest = std::chrono::milliseconds(2500);
+  Put("/media", kLong);
+  Download download;
+  download.Open(server_.Url("/media"));
+  ASSERT_TRUE(WaitForFullRing());
+  int64_t switches = SwitchesOfOtherThreads();
+  auto since = std::chrono::steady_clock::now();
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        const int64_t now = SwitchesOfOtherThreads();
+        since = now == switches ? since : std::chrono::steady_clock::now();
+        switches = now;
+        return std::chrono::steady_clock::now() - since >= kRest;
+      },
+      20000));
+}
+#endif
 
 TEST_F(ReaderTest, ASlowReaderOfSeveralConnectionsGetsEveryByte) {
   const origin::Resource media = Put("/media", kLong);
