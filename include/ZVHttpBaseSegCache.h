@@ -74,7 +74,10 @@ ZV_HTTP_BASE_API HttpBaseSegCache* ZV_HttpBaseSegCacheInit(HttpBaseMsgCallback c
  * to null. Takes milliseconds in every state, longer only while a callback has not returned. */
 ZV_HTTP_BASE_API void ZV_HttpBaseSegCacheRelease(HttpBaseSegCache** cache);
 
-/* Direct mode: as ZV_HttpBaseOpen; once the local cache has been on, what is still open is closed first.
+/* While the local cache is being given up, and in direct mode after it, Open and Close (and CloseLocalCache always) may
+ * wait for a callback that has not returned: do not call them with a lock held that your callbacks take.
+ *
+ * Direct mode: as ZV_HttpBaseOpen; once the local cache has been on, what is still open is closed first.
  * Local cache: makes the listed segment that has this URL the one that is read, from its first byte, and lets the workers
  * fetch it and the at most 300 segments behind it whose durations add up to the cache time; always 0 (-1 for null
  * arguments and on a callback's thread). The URL is looked for exactly first, then without what follows the last "?". If

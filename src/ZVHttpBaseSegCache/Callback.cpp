@@ -10,9 +10,15 @@ namespace {
 constexpr char kName[] = "HttpBaseSegCache_Callback_Impl";
 constexpr int32_t kFirstClientError = 400;
 constexpr int32_t kLastClientError = 499;
+constexpr int32_t kNothingThere = 416;
 
 bool IsAnswer(int32_t code) {
   return code == ZV_HTTP_CODE_OK || (code >= kFirstClientError && code <= kLastClientError);
+}
+
+// A redirect that was followed: another code comes. A 302 that leads nowhere is the last one.
+bool IsFollowed(HttpBaseSegCacheStream* stream, int32_t code) {
+  return code == ZV_HTTP_CODE_REDIRECTED && ZV_HttpBaseSegCacheStreamGetRedirectURL(stream) != nullptr;
 }
 
 bool IsReadSegment(HttpBaseSegCache* cache, const HttpBaseSegCacheSegment* segment) ZV_REQUIRES(cache->mutex) {
@@ -22,9 +28,15 @@ bool IsReadSegment(HttpBaseSegCache* cache, const HttpBaseSegCacheSegment* segme
 // The own stream's: the player hears it at once. A stream that goes on with a segment and fails delivers the body of an
 // error, or an end that is none: neither is the segment.
 void TakeOwnCode(HttpBaseSegCache* cache, int32_t code) {
-  if (code != ZV_HTTP_CODE_OK && code != ZV_HTTP_CODE_REDIRECTED) {
-    int32_t expected = kContinuedStream;
-    cache->continued.compare_exchange_strong(expected, kContinuedFailed);
+  const int32_t how = cache->continued.load();
+  const bool isContinued = how == kContinuedStream || how == kContinuedRest;
+  if (isContinued && code != ZV_HTTP_CODE_OK && !IsFollowed(cache->stream, code)) {
+    const bool isEnd = how == kContinuedRest && code == kNothingThere;
+    int32_t expected = how;  // an Open or Close may have ended it meanwhile
+    cache->continued.compare_exchange_strong(expected, isEnd ? kContinuedEnd : kContinuedFailed);
+    if (isEnd) {
+      return;
+    }
   }
   CallPlayer(cache, code);
 }
@@ -48,6 +60,7 @@ void TakeAnswer(HttpBaseSegCache* cache, HttpBaseSegCacheSegment* segment, int32
     ZV_HttpBaseSegCacheSignalThread(cache, segment, worker);
   }
   if (IsReadSegment(cache, segment)) {
+    LOG_TRACE_AS(kName, "%s thread %d should notify outer", worker);
     LOG_TRACE_AS(kName, "%s thread %d notify outer", worker);
     NoteMessage(cache, code);
   }
@@ -59,20 +72,22 @@ void TakeWorkersCode(HttpBaseSegCache* cache, int32_t code, int32_t worker) ZV_R
     LOG_LINE(LUM_LEVEL_FAILURE, code, "recv respCode %d, wirteIndex=%d, segment is null", cache->writeIndex[worker]);
     return;
   }
-  if (cache->isTsListFailed != 0 || cache->abortSignal[worker] != 0) {
+  if (cache->isTsListFailed != 0) {
     LOG_TRACE_AS(
         kName,
         "%s ts list has been failed while recving http response so signal SegCacheThread thread %d without any other process",
         worker);
     ZV_HttpBaseSegCacheSignalThread(cache, segment, worker);
-  } else if (code == ZV_HTTP_CODE_REDIRECTED) {
+  } else if (cache->abortSignal[worker] != 0) {
+    ZV_HttpBaseSegCacheSignalThread(cache, segment, worker);
+  } else if (IsFollowed(cache->streams[worker], code)) {
     if (IsReadSegment(cache, segment)) {
       NoteMessage(cache, code);
     }
   } else if (IsAnswer(code)) {
     TakeAnswer(cache, segment, worker, code);
   } else {
-    TakeTransferFailure(cache, worker, code);
+    TakeTransferFailure(cache, worker, code == ZV_HTTP_CODE_REDIRECTED ? ZV_HTTP_CODE_FAILED : code);
   }
 }
 

@@ -43,18 +43,33 @@ bool OpenStream(const Transfer& transfer) {
   return ZV_HttpBaseSegCacheStreamOpen(transfer.stream, transfer.arg->url) == 0;
 }
 
+void LogSignal(const Transfer& transfer) ZV_REQUIRES(transfer.cache->mutex) {
+  const HttpBaseSegCache* const cache = transfer.cache;
+  const int32_t i = transfer.arg->index;
+  if (IsEnding(cache)) {
+    LOG_TRACE_AS(kName, "%s thread %d abort cache for calling release so no wait", i);
+    return;
+  }
+  LOG_TRACE_AS(kName,
+               "%s thread %d has been signaled httpResponse=%d abortCacheThread=%d abortSignal=%d isTsListFailed=%d "
+               "waitForRetry=%d for opening %s ",
+               i, transfer.segment->httpResponse, cache->abortCacheThread.load(), cache->abortSignal[i],
+               cache->isTsListFailed, cache->waitForRetry, transfer.arg->url);
+}
+
 // The read segment whose transfer has failed stays as it is until its next message or the next Open.
 Course LookAtAnswer(const Transfer& transfer, bool* waits) {
   const SegGuard guard(transfer.cache);
   const HttpBaseSegCacheSegment* const segment = transfer.segment;
-  *waits = false;
-  if (MustDrop(transfer.cache, transfer.arg->index)) {
-    return kDrop;
-  }
-  if (segment->state == kSegmentOpening) {
+  const bool isDropped = MustDrop(transfer.cache, transfer.arg->index);
+  *waits = !isDropped && segment->state == kSegmentOpening;
+  if (*waits) {
     LOG_TRACE_AS(kName, "%s thread %d wait for opening %s", transfer.arg->index, transfer.arg->url);
-    *waits = true;
     return kGoOn;
+  }
+  LogSignal(transfer);
+  if (isDropped) {
+    return kDrop;
   }
   if (segment->transferFailed != 0 || segment->httpResponse == 0) {
     return kDrop;
@@ -93,6 +108,10 @@ Course LookWhileReceiving(const Transfer& transfer) {
   const SegGuard guard(cache);
   if (!MustDrop(cache, i) && transfer.segment->transferFailed == 0) {
     return kGoOn;
+  }
+  if (IsEnding(cache)) {
+    LOG_TRACE_AS(kName, "%s thread %d abort while recving %s", i, transfer.arg->url);
+    return kDrop;
   }
   LOG_TRACE_AS(kName, "%s thread %d abortSignal=%d isTsListFailed=%d waitForRetry=%d abort recving %s", i,
                cache->abortSignal[i], cache->isTsListFailed, cache->waitForRetry, transfer.arg->url);
@@ -195,7 +214,9 @@ void FinishSegment(const Transfer& transfer) {
 void LeaveSegment(const Transfer& transfer, SegmentState state) {
   {
     const SegGuard guard(transfer.cache);
-    PutBack(transfer.cache, transfer.arg->index, state);
+    // The reader may have named it in the meantime, and has not heard of the answer then.
+    const bool isDropped = transfer.cache->abortSignal[transfer.arg->index] != 0;
+    PutBack(transfer.cache, transfer.arg->index, isDropped ? kSegmentWaiting : state);
   }
   ZV_HttpBaseSegCacheStreamClose(transfer.stream);
 }

@@ -20,9 +20,14 @@ void Wake(HttpBaseSegCache* cache, int32_t worker) {
 }
 
 void CallOut(const HttpBaseSegCache* cache, const SegCall& call) {
+  if (cache->released.load() != 0) {
+    return;
+  }
   const HttpBaseSegCache* const outer = segCacheOfThisThread;
   segCacheOfThisThread = cache;
-  if (call.state != nullptr) {
+  if (call.state != nullptr && call.value != 0 && !IsLocal(cache)) {
+    // Cached time that was noted just before the local cache was left.
+  } else if (call.state != nullptr) {
     call.state(cache->userData, call.type, call.value);
   } else {
     cache->msgCallback(cache->userData, call.value);

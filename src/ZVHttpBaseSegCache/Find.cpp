@@ -36,10 +36,10 @@ bool HasStart(const HttpBaseSegCacheSegment& segment, const void* start) {
 // Lists of byte ranges share one URL: there the range says which segment it is.
 bool HasRange(const HttpBaseSegCacheSegment& segment, const void* context) {
   const HttpBaseSegCacheSegment& other = *static_cast<const HttpBaseSegCacheSegment*>(context);
-  if (other.isRange == 0 || segment.isRange == 0) {
-    return other.isRange == segment.isRange;
+  if (other.isRange == 0) {
+    return true;
   }
-  return segment.rangeStart == other.rangeStart && segment.rangeLen == other.rangeLen;
+  return segment.isRange != 0 && segment.rangeStart == other.rangeStart && segment.rangeLen == other.rangeLen;
 }
 
 }  // namespace

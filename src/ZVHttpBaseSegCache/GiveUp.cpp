@@ -58,6 +58,12 @@ void AwaitRest(HttpBaseSegCache* cache, int32_t worker) {
   }
 }
 
+// The reader may have had every byte of a resource whose end is not known: then nothing is left to ask for.
+bool MayBeOver(const HttpBaseSegCacheSegment* segment) {
+  return segment->readerPos > 0 && RangeEndOf(segment) < 0 &&
+         (segment->contentLength <= 0 || RangeStartOf(segment) + segment->readerPos >= segment->contentLength);
+}
+
 // A segment that the reader has closed, or that the server has refused, is not asked for again.
 Continuation Decide(HttpBaseSegCache* cache, int32_t worker) {
   const SegGuard guard(cache);
@@ -67,14 +73,14 @@ Continuation Decide(HttpBaseSegCache* cache, int32_t worker) {
     next.how = kContinuedEnd;
     return next;
   }
-  if (segment->openFlag != 0 || segment->state == kSegmentFailed) {
+  if (segment->openFlag != 0 || segment->state == kSegmentFailed || cache->released.load() != 0) {
     return next;
   }
   LOG_TRACE_AS(kName, "%s thread %d re-open segment=%s", worker, segment->url);
   next.start = RangeStartOf(segment) + segment->readerPos;
   next.end = RangeEndOf(segment);
   next.url = CopyText(segment->url);
-  next.how = next.url == nullptr ? kContinuedFailed : kContinuedStream;
+  next.how = next.url == nullptr ? kContinuedFailed : MayBeOver(segment) ? kContinuedRest : kContinuedStream;
   next.failed = next.url == nullptr;
   return next;
 }
@@ -86,7 +92,7 @@ void Continue(HttpBaseSegCache* cache, const Continuation& next) {
     ZV_HttpBaseSegCacheStreamClose(stream);
   }
   cache->continued.store(next.how);
-  if (next.how != kContinuedStream) {
+  if (next.how != kContinuedStream && next.how != kContinuedRest) {
     return;
   }
   if (next.end >= 0 && next.start > next.end) {

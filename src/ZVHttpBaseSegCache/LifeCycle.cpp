@@ -126,25 +126,50 @@ bool MakeLocalCache(HttpBaseSegCache* cache, const LocalCacheParam* param, int32
   if (made > 0) {
     LOG_TRACE_AS(kName, "%s %d threads has been initialized successfully", made);
   }
+  const SegGuard guard(cache);  // one that has lost its memory meanwhile is replaced
+  UseThreadsUpToMax(cache);
   return made > 0;
+}
+
+constexpr char kLeaveName[] = "ZV_HttpBaseSegCacheResumeMemoryCache";
+
+void LogLeaving(HttpBaseSegCache* cache) {
+  const SegGuard guard(cache);
+  LOG_TRACE_AS(kLeaveName, "%s Enter currReadIndex=%d isLocalCache=%d abortCacheThread=%d", cache->currReadIndex,
+               cache->isLocalCache.load(), cache->abortCacheThread.load());
+}
+
+int32_t IsCachingStopped(HttpBaseSegCache* cache) {
+  if (!IsLocal(cache)) {
+    return 0;
+  }
+  const SegGuard guard(cache);
+  return cache->isTsListFailed;
 }
 
 void LeaveLocalCache(HttpBaseSegCache* cache) {
   const SegGuard guard(cache);
-  cache->isLocalCache.store(0);
+  // The worker that is giving up does so itself: nobody else may open the own stream before it has.
+  if (cache->givingUp < 0) {
+    cache->isLocalCache.store(0);
+  }
   cache->currCacheTime = 0;
   StopWorkers(cache);
 }
 
 void DeleteFiles(HttpBaseSegCache* cache) {
-  LOG_TRACE_AS("ZV_HttpBaseSegCacheResumeMemoryCache", "%s delete all the cache files");
+  LOG_TRACE_AS(kLeaveName, "%s delete all the cache files");
   const SegGuard guard(cache);
   LoseAllFiles(cache);
   NoteState(cache, ZV_SEG_CACHE_STATE_BUFFERED, 0);
+  LOG_TRACE_AS(kLeaveName, "%s Exit");
 }
 
 void SetCachingStopped(HttpBaseSegCache* cache, bool isStopped) {
   const SegGuard guard(cache);
+  if (!isStopped) {
+    LOG_TRACE_AS("ZV_HttpBaseSegCacheResumeCaching", "%s  currReadIndex=%d", cache->currReadIndex);
+  }
   cache->isTsListFailed = isStopped ? 1 : 0;
   for (int32_t worker = 0; worker < kWorkers; ++worker) {
     const bool isBusy = cache->threadState[worker] != 0;
@@ -195,6 +220,7 @@ extern "C" void ZV_HttpBaseSegCacheCloseLocalCache(HttpBaseSegCache* cache) {
   }
   LOG_TRACE("%s Enter isLocalCache=%d", cache->isLocalCache.load());
   if (cache->localCacheMade.load() != 0) {
+    LogLeaving(cache);
     LeaveLocalCache(cache);
     JoinWorkers(cache);
     DeleteFiles(cache);
@@ -206,7 +232,7 @@ extern "C" void ZV_HttpBaseSegCacheAbortCurrentCaching(HttpBaseSegCache* cache) 
   if (!HasParams(__func__, cache != nullptr)) {
     return;
   }
-  LOG_TRACE("%s Enter");
+  LOG_TRACE("%s Enter isTsListFailed=%d", IsCachingStopped(cache));
   if (IsLocal(cache)) {
     SetCachingStopped(cache, true);
   }
@@ -230,6 +256,7 @@ extern "C" void ZV_HttpBaseSegCacheRelease(HttpBaseSegCache** handle) {
   }
   HttpBaseSegCache* const cache = *handle;
   LOG_TRACE("%s Enter");
+  cache->released.store(1);
   if (cache->localCacheMade.load() != 0) {
     LeaveLocalCache(cache);
     LOG_TRACE("%s set abortCacheThread 1");

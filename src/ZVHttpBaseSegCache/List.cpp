@@ -162,7 +162,8 @@ void LoseAllFiles(HttpBaseSegCache* cache) {
   const int32_t slots = cache->segmentList == nullptr ? 0 : SlotsOf(cache, cache->segmentList);
   for (int32_t i = 0; i < slots; ++i) {
     HttpBaseSegCacheSegment* const segment = cache->segmentList->segments[i];
-    if (segment != nullptr && segment->cacheFile != nullptr) {
+    // A worker that is not joined yet, by another call, gives up its segment itself.
+    if (segment != nullptr && segment->cacheFile != nullptr && segment->threadIndex < 0) {
       LoseFile(cache, segment);
       segment->state = kSegmentWaiting;
       segment->httpResponse = 0;

@@ -154,8 +154,21 @@ void EndContinuation(HttpBaseSegCache* cache) {
   ZVIner_SetStrictRange(cache->stream->httpBase, 0);
 }
 
+// A range that was set since the local cache was turned on waits here, since what is still open is closed first.
+void TakeKeptRange(HttpBaseSegCache* cache) {
+  if (cache->localCacheMade.load() == 0) {
+    return;
+  }
+  const SegGuard guard(cache);
+  if (cache->hasRange != 0) {
+    ZV_HttpBaseSegCacheStreamSetRange(cache->stream, cache->rangeStart, cache->rangeEnd);
+    cache->hasRange = 0;
+  }
+}
+
 int32_t OpenDirect(HttpBaseSegCache* cache, const char* url) {
   EndContinuation(cache);
+  TakeKeptRange(cache);
   ZV_HttpBaseSegCacheStreamSetNeedDownloadComplete(cache->stream, cache->needDownloadComplete.load());
   return ZV_HttpBaseSegCacheStreamOpen(cache->stream, url);
 }
@@ -302,9 +315,10 @@ int32_t ReadDirect(HttpBaseSegCache* cache, void* buffer, int32_t size, uint32_t
   const int32_t result =
       ZV_HttpBaseSegCacheStreamRead(cache->stream, buffer, static_cast<uint32_t>(std::max(size, 0)), readSize);
   // What came just before the failure was reported may be an error's body.
-  if (cache->continued.load() == kContinuedFailed) {
+  const int32_t now = cache->continued.load();
+  if (now == kContinuedFailed || now == kContinuedEnd) {
     *readSize = 0;
-    return 1;
+    return now == kContinuedEnd ? 0 : 1;
   }
   return result;
 }

@@ -128,6 +128,7 @@ struct HttpBaseSegCache {
   int32_t lastError ZV_GUARDED_BY(mutex);                         // 0; first failure of a segment ahead
   int32_t hasRange ZV_GUARDED_BY(mutex);                          // 0; 1: rangeStart waits for the next Open
   int64_t rangeStart ZV_GUARDED_BY(mutex);
+  int64_t rangeEnd ZV_GUARDED_BY(mutex);             // only direct reading needs it
   std::atomic<int32_t> maxThreadNum;                 // 1
   int32_t usingThreadNum ZV_GUARDED_BY(mutex);       // 0
   ZVThread* threads[kWorkers] ZV_GUARDED_BY(mutex);  // null once joined
@@ -141,7 +142,8 @@ struct HttpBaseSegCache {
   int32_t writeIndex[kWorkers] ZV_GUARDED_BY(mutex);    // -1; place of its segment
   int32_t threadIsLost[kWorkers] ZV_GUARDED_BY(mutex);  // 1: it ended for want of memory
 
-  std::atomic<int32_t> localCacheMade;                              // 0; 1 for good once the local cache has been on
+  std::atomic<int32_t> localCacheMade;  // 0; 1 for good once the local cache has been on
+  std::atomic<int32_t> released;        // 0; 1: Release has begun, nothing is reported any more
   HttpBaseSegCacheSegment* working[kWorkers] ZV_GUARDED_BY(mutex);  // null; the segment it downloads, listed or not
   HttpBaseCacheFile* readingFile ZV_GUARDED_BY(mutex);              // null; what a Read copies from
   int32_t readingFileIsLost ZV_GUARDED_BY(mutex);                   // 1: that Read is to release it
@@ -155,6 +157,7 @@ struct HttpBaseSegCache {
 enum ContinuedOn : int32_t {
   kNotContinued = 0,
   kContinuedStream = 1,  // the own stream goes on with the read segment
-  kContinuedEnd = 2,     // the read segment has been read to its end
-  kContinuedFailed = 3,  // the own stream has failed: what it delivers is not the segment
+  kContinuedRest = 2,    // the same, and there may be nothing left: the reader may have had all of it
+  kContinuedEnd = 3,     // the read segment has been read to its end
+  kContinuedFailed = 4,  // the own stream has failed: what it delivers is not the segment
 };

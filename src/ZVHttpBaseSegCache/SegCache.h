@@ -85,7 +85,6 @@ void ZV_HttpBaseSegCacheUseThread(HttpBaseSegCache* cache, int32_t worker) ZV_RE
 // Takes a worker out of use; the others are told, since what it was woken for may be theirs now.
 void LeaveUse(HttpBaseSegCache* cache, int32_t worker) ZV_REQUIRES(cache->mutex);
 void UseThreadsUpToMax(HttpBaseSegCache* cache) ZV_REQUIRES(cache->mutex);
-void WakeBusyWorkers(HttpBaseSegCache* cache) ZV_REQUIRES(cache->mutex);
 void StopWorkers(HttpBaseSegCache* cache) ZV_REQUIRES(cache->mutex);
 int32_t ZV_HttpBaseSegCacheThreadInit(HttpBaseSegCache* cache, int32_t worker);
 // Joins what StopWorkers has told to end.

@@ -4,14 +4,15 @@
 
 namespace {
 
-// Whether the local cache takes the range.
-bool KeepRange(HttpBaseSegCache* cache, int64_t start) {
-  if (!IsLocal(cache)) {
+// Whether the range is kept for the next Open.
+bool KeepRange(HttpBaseSegCache* cache, int64_t start, int64_t end) {
+  if (cache->localCacheMade.load() == 0) {
     return false;
   }
   const SegGuard guard(cache);
   cache->hasRange = 1;
   cache->rangeStart = start;
+  cache->rangeEnd = end;
   return true;
 }
 
@@ -58,7 +59,7 @@ extern "C" void ZV_HttpBaseSegCacheSetNeedDownloadComplete(HttpBaseSegCache* cac
 }
 
 extern "C" void ZV_HttpBaseSegCacheSetRange(HttpBaseSegCache* cache, int64_t start, int64_t end) {
-  if (HasParams(__func__, cache != nullptr) && !KeepRange(cache, start)) {
+  if (HasParams(__func__, cache != nullptr) && !KeepRange(cache, start, end)) {
     ZV_HttpBaseSegCacheStreamSetRange(cache->stream, start, end);
   }
 }

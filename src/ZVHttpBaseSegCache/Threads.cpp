@@ -82,14 +82,6 @@ void UseThreadsUpToMax(HttpBaseSegCache* cache) {
   }
 }
 
-void WakeBusyWorkers(HttpBaseSegCache* cache) {
-  for (int32_t worker = 0; worker < kWorkers; ++worker) {
-    if (cache->threadState[worker] != 0) {
-      NoteWake(cache, worker);
-    }
-  }
-}
-
 void StopWorkers(HttpBaseSegCache* cache) {
   cache->abortCacheThread.store(1);
   for (int32_t worker = 0; worker < kWorkers; ++worker) {

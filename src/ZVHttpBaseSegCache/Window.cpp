@@ -33,7 +33,8 @@ int32_t WindowLength(HttpBaseSegCache* cache) ZV_REQUIRES(cache->mutex) {
     return 0;
   }
   const int32_t length = StepsBetween(cache, cache->currReadIndex, cache->endWriteIndex);
-  return length < 0 || length > kWindowSegments ? 0 : length;
+  // An Open of a cached segment may have left the window behind; the read segment is always in it.
+  return length < 1 || length > kWindowSegments ? 1 : length;
 }
 
 // After a failure only the read segment may be taken, and not before it has been opened again if the failure was its own.

@@ -58,6 +58,7 @@ Turn LookForWork(SegCacheThreadArg* arg, HttpBaseSegCacheSegment** segment) {
     LOG_TRACE_AS(kName, "%s thread %d should not use as maxThreadNum %d is lower than usingThreadNum %d", i,
                  cache->maxThreadNum.load(), cache->usingThreadNum);
     LeaveUse(cache, i);
+    LOG_TRACE_AS(kName, "%s thread %d not in use", i);
     return kTurnRest;
   }
   LOG_TRACE_AS(kName, "%s thread %d state=%d", i, cache->threadState[i]);
