@@ -4,6 +4,7 @@
 # A compiler cache is used where there is one; it only saves time.
 if command -v ccache >/dev/null; then
   export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  export CCACHE_SLOPPINESS=pch_defines,time_macros
 fi
 
 jobs=$(nproc)
