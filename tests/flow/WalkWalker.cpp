@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "Deadline.h"
 #include "ZVBase.h"
 #include "ZVHttpBase/Records.h"
 
