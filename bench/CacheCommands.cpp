@@ -9,6 +9,7 @@ namespace {
 struct Arguments {
   std::string url;
   int64_t bytes = 1 << 30;
+  int64_t rate = 20 << 20;
   int repeat = 20;
   int count = 1;
   uint32_t seed = 1;
@@ -40,8 +41,9 @@ void AddSeeks(CLI::App& app, Command* chosen) {
       ->add_option("--repeat", arguments.repeat)
       ->check(CLI::PositiveNumber);
   CLI::App* const session = Add(app, "session", "Bytes fetched twice by a player that jumps about", chosen,
-                                [] { return MeasureSession(arguments.seed, arguments.repeat); });
+                                [] { return MeasureSession(arguments.seed, arguments.repeat, arguments.rate); });
   session->add_option("--seed", arguments.seed);
+  session->add_option("--rate", arguments.rate, "Bytes per second of the line")->check(CLI::PositiveNumber);
   session->add_option("--seeks", arguments.repeat)->check(CLI::PositiveNumber);
 }
 

@@ -25,8 +25,9 @@ nlohmann::json MeasureSeeks(const std::string& url, int repeat, bool paused);
 // the transfer is running and when everything has been fetched: {running: {.., requests}, complete: {..}}.
 nlohmann::json MeasureCachedSeeks(int repeat);
 
-// A player that jumps about: what the server sent, and what of it it had sent before.
-nlohmann::json MeasureSession(uint32_t seed, int seeks);
+// A player that jumps about, over a line of that many bytes a second: what the server sent, and what of it it had sent
+// before.
+nlohmann::json MeasureSession(uint32_t seed, int seeks, int64_t bytesPerSecond);
 
 // Context switches per second of the handle's threads: {paused, complete}.
 nlohmann::json MeasureCacheIdle(const std::string& url, double seconds);

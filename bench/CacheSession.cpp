@@ -14,7 +14,6 @@ constexpr int64_t kMib = 1 << 20;
 constexpr int64_t kStreamBytes = 256 * kMib;
 constexpr int32_t kStreamMs = 600000;
 constexpr int64_t kNearBytes = kStreamBytes / kStreamMs * 30000;
-constexpr int64_t kLineBytesPerSecond = 20 * kMib;
 constexpr int64_t kMostReadBytes = kStreamBytes / kStreamMs * 20000;
 constexpr int kMostPauseMs = 100;
 
@@ -63,8 +62,8 @@ class Player {
 
 }  // namespace
 
-nlohmann::json MeasureSession(uint32_t seed, int seeks) {
-  MediaServer server(kStreamBytes, kLineBytesPerSecond);
+nlohmann::json MeasureSession(uint32_t seed, int seeks, int64_t bytesPerSecond) {
+  MediaServer server(kStreamBytes, bytesPerSecond);
   CacheReader reader({server.Url(), Ahead::kFortySeconds, kStreamMs});
   Player player(reader, seed);
   int cached = 0;

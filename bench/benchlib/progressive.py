@@ -92,14 +92,19 @@ def cached_seek(context):
 
 
 def session(context):
-    seeks = context.pick(100, 30)
-    runs = [context.programs.bench("session", "--seed", seed, "--seeks", seeks) for seed in range(1, context.pick(3, 1) + 1)]
-    context.report.keep("session", runs)
-    for run in runs:
-        what = f"session of {seeks} seeks, seed {run['seed']}: "
-        sent = run["sentBytes"] / 1e6
-        context.report.text(what + "answered by the cache / requests / sent", f"{run['cached']} / {run['requests']} / {sent:.0f} MB")
-        context.report.value(what + "sent twice", "%", run["twicePercent"], most=2)
+    """Over a line of twelve times the media's rate, and over a fast one, where most seeks start from a full cache."""
+    seeks = context.pick(100, 20)
+    for rate, seeds in context.pick(((5, (1,)), (20, (1, 2, 3))), ((20, (1,)),)):
+        runs = [context.programs.bench("session", "--seed", seed, "--seeks", seeks, "--rate", rate * MIB) for seed in seeds]
+        context.report.keep(f"session {rate}", runs)
+        for run in runs:
+            report_session(context.report, f"session of {seeks} seeks, {rate} MiB/s, seed {run['seed']}: ", run)
+
+
+def report_session(report, what, run):
+    sent = run["sentBytes"] / 1e6
+    report.text(what + "answered by the cache / requests / sent", f"{run['cached']} / {run['requests']} / {sent:.0f} MB")
+    report.value(what + "sent twice", "%", run["twicePercent"], most=2)
 
 
 def handles(context):

@@ -25,7 +25,7 @@ NOTES = (
     "from Open until everything is in the cache; the disk's figure is one file written in blocks of 512 KiB, each flushed to "
     "the system. `ffmpeg` reads bytes as bytes (`-f data`) and drops them. mpv, whose cache would be another peer, is not "
     "measured.",
-    "The session: 256 MiB that last 600 s over a line of 20 MiB/s; half of the seeks go at most 30 s back or forth, half "
+    "The session: 256 MiB that last 600 s, over a line of 5 or 20 MiB/s; half of the seeks go at most 30 s back or forth, half "
     "anywhere; up to 20 s of media are read after each, as fast as they come. Bytes count as sent when the server's socket has "
     "taken them.",
     "Segments are MPEG-TS of 2 s made by `ffmpeg`. Ours gets their URLs and drops the bytes; `ffmpeg -i list.m3u8 -c copy -f "

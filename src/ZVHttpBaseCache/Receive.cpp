@@ -11,6 +11,9 @@
 namespace {
 
 constexpr char kName[] = "CacheThread";
+constexpr uint32_t kFastBytes = 32768;
+constexpr uint32_t kLargeBytes = kReceiveBytes / 4 * 3;
+constexpr int32_t kGatherMs = 1;
 
 struct Cycle {
   CacheFileNode* node;
@@ -81,8 +84,17 @@ int32_t TakeBytes(HttpBaseCache* cache, void* buffer, uint32_t* count) ZV_REQUIR
   return more;
 }
 
+// A transfer that has brought this much since the last look brings a large block within a moment. Taken as they come, its
+// bytes would wake this thread thousands of times a second, which costs more than writing them.
+bool IsWorthGathering(const Cycle& cycle) {
+  return cycle.received >= kFastBytes && cycle.received < kLargeBytes;
+}
+
 Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES(cache->cacheCondition) {
   for (;;) {
+    if (IsWorthGathering(*cycle)) {
+      WaitOnFor(cache, kGatherMs);
+    }
     if (cache->abortCache != 0) {
       return kAborted;
     }
