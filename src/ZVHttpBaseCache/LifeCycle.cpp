@@ -61,6 +61,7 @@ void StopCacheThread(HttpBaseCache* cache) {
     const CacheGuard guard(cache);
     cache->released = 1;
     cache->abortCache = 1;
+    cache->isLeaving.store(1);
     cache->isWaitForHttpNotify = 0;
     cache->generation += 1;
     WakeCacheThread(cache);
@@ -163,6 +164,7 @@ extern "C" void ZV_HttpBaseCacheCloseLocalCache(HttpBaseCache* cache) {
   LOG_TRACE("%s Exit");
 }
 
+      cache->isLeaving.store(1);
 extern "C" void ZV_HttpBaseCacheRelease(HttpBaseCache** handle) {
   if (handle == nullptr || *handle == nullptr) {
     LOG_ERROR("%s input params NULL, reutrn");

@@ -117,6 +117,7 @@ struct HttpBaseCache {
   int32_t reservedBytes;               // 8388608, of every file; fixed once the file cache is on (tests take less)
   std::atomic<int32_t> fileCacheMade;  // 0; 1 for good once the file cache has been on
   std::atomic<int32_t> threadWanted;   // 1: the CacheThread is to stop waiting for bytes
+  std::atomic<int32_t> isLeaving;      // 0; 1 for good: files are no longer wanted, not even the one that is being made
   CallList calls ZV_GUARDED_BY(cacheCondition);                   // empty whenever the lock is free
   CacheFileNode* cycleNode ZV_GUARDED_BY(cacheCondition);         // the link that the CacheThread fills, or null
   CacheFileNode* busyNode ZV_GUARDED_BY(cacheCondition);          // null

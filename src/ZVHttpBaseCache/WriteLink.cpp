@@ -29,7 +29,7 @@ void PrepareFile(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   }
   const char* const cacheDir = cache->localCacheParam->cacheDir;
   LeaveLock(cache);
-  HttpBaseCacheFile* const file = ZV_HttpBaseCacheFileInitCacheFile(cacheDir, cache->reservedBytes);
+  HttpBaseCacheFile* const file = MakeCacheFile(cacheDir, cache->reservedBytes, &cache->isLeaving);
   TakeLock(cache);
   cache->preparedFile = file;
 }
@@ -170,8 +170,8 @@ void AnswerSeek(HttpBaseCache* cache) {
     StopTransfer(cache);
     PrepareFile(cache);
   }
-  // Another seek may have been answered from the cache meanwhile.
-  if (cache->seekWanted == 0 || cache->abortCache != 0) {
+  // Another seek may have been answered from the cache meanwhile, or the file cache is to be left.
+  if (cache->seekWanted == 0 || cache->abortCache != 0 || cache->giveUpWanted != 0) {
     return;
   }
   // The block that was being written when the seek came may hold its byte.
