@@ -82,6 +82,8 @@ bool OpenDownloader(HttpBaseCache* cache, int64_t start, int64_t end) ZV_REQUIRE
   cache->connectionLost = 0;
   cache->reopening = kOpening;
   LeaveLock(cache);
+  cache->requestGeneration = cache->generation;
+  cache->requestStart = start;
   char* url = CopyPrivateUrl(cache);
   RestoreRespKeys(cache);
   ZV_HttpBaseSetRange(cache->httpBase, start, end);

@@ -62,8 +62,7 @@ Choice MakeWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   if (cache->generation != generation || MustRest(cache)) {
     return kNoLongerWanted;
   }
-  // Without a prepared file there is no point in trying again at once.
-  CacheFileNode* const node = cache->preparedFile == nullptr ? nullptr : NewLink(cache);
+  CacheFileNode* const node = NewLink(cache);
   if (node == nullptr) {
     LOG_TRACE_AS(kWriteName, "%s make new file failed should reuse first or last");
     return Reuse(cache);
@@ -149,6 +148,7 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
     return;
   }
   const bool full = cache->cacheFileNodeNum >= kMaxLinks;
+  ZV_HttpBaseCacheDeleteNode(cache, nullptr);  // a link that a seek has left empty must not lie inside a run
   switch (ChooseWriteNode(cache)) {
     case kNoneFree:
       cache->cacheThreadSignaled = 0;

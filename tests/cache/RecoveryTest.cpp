@@ -66,6 +66,51 @@ TEST_F(RecoveryTest, ARedirectThatLeadsNowhereIsAFailure) {
   EXPECT_THAT(player.Codes(), ElementsAre(kFailed, kOk));
 }
 
+// ---- Ends and lengths ----
+
+TEST_F(RecoveryTest, ASeekBehindTheEndDoesNotMoveTheEnd) {
+  for (const bool isLengthTold : {true, false}) {
+    SCOPED_TRACE(isLengthTold);
+    const origin::Resource media = Put("/media", 20 * kMb);
+    origin::Answer whole;
+    whole.ignoreRange = true;
+    whole.chunkBytes = isLengthTold ? 0 : 100000;
+    Always(whole);
+    CachePlayer player(1, 0);
+    player.UseFiles(Prefix());
+    player.Open(Url());
+    ASSERT_EQ(player.ReadSome(media, kMb), "");
+    ASSERT_EQ(player.Seek(50 * kMb), 0);
+    ASSERT_TRUE(player.WaitForCode(kFailed));
+    EXPECT_EQ(ZV_HttpBaseCacheGetContentLength(player.Get()), isLengthTold ? 20000000 : 0);
+    ASSERT_EQ(player.Seek(15 * kMb), 0);
+    EXPECT_EQ(player.ReadAll(media), EndAt(20 * kMb));
+    EXPECT_EQ(ZV_HttpBaseCacheGetContentLength(player.Get()), 20000000);
+  }
+}
+
+TEST_F(RecoveryTest, ThePlaceOfASeekThatFailedIsReadThrough) {
+  const origin::Resource media = Put("/media", 60 * kMb);
+  server_.Handle("/media", [](const origin::Request& request) {
+    return request.first == 30000000 ? origin::Status(503, kErrorPage) : origin::Answer{};
+  });
+  CachePlayer player(1, 0);
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, kMb), "");
+  ASSERT_EQ(player.Seek(30 * kMb), 0);
+  ASSERT_TRUE(player.WaitForCode(503));
+  ASSERT_EQ(player.Seek(kMb), 0);
+  const int32_t duration = 1000;  // everything is wanted
+  ZV_HttpBaseCacheSetDuration(player.Get(), &duration);
+  EXPECT_EQ(player.ReadAll(media), EndAt(60 * kMb));
+  uint64_t sent = 0;
+  for (const origin::Request& request : server_.LogOf("/media")) {
+    sent += request.bodySent;
+  }
+  EXPECT_LT(sent, 75 * kMb);
+}
+
 // ---- Opening ----
 
 TEST_F(RecoveryTest, ARedirectUrlLastsThroughTheCachesOwnRequests) {
