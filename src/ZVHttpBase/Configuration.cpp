@@ -412,6 +412,14 @@ void ZVIner_SetStrictRange(HttpBase* hb, int32_t strict) {
   hb->configParam.strictRange = strict;
 }
 
+int64_t ZVIner_TakeRangeStart(HttpBase* hb) {
+  const MutexGuard guard(hb->configParam.mutex);
+  const int64_t start = hb->configParam.rangeStart;
+  hb->configParam.rangeStart = -1;
+  hb->configParam.rangeEnd = -1;
+  return start;
+}
+
 int32_t ZVIner_IsContentEncoded(HttpBase* hb) {
   return hb->configParam.contentEncoded.load();
 }

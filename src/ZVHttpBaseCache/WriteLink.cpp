@@ -111,6 +111,7 @@ void FillWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   }
   LOG_TRACE_AS(kWriteName, "%s update write cache file node success continue to read from current connection");
   ZV_HttpBaseCacheFileSetStartPosInStream(cache->nextWriteNode->cacheFile, cache->currentRecvPos);
+  cache->requestGeneration = cache->generation;
   if (cache->cacheThreadSignaled == 0) {
     cache->cacheThreadSignaled = 1;
     ZV_ConditionSignal(cache->cacheCondition);
@@ -147,8 +148,8 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
     cache->cacheThreadSignaled = 0;
     return;
   }
-  const bool full = cache->cacheFileNodeNum >= kMaxLinks;
   ZV_HttpBaseCacheDeleteNode(cache, nullptr);  // a link that a seek has left empty must not lie inside a run
+  const bool full = cache->cacheFileNodeNum >= kMaxLinks;
   switch (ChooseWriteNode(cache)) {
     case kNoneFree:
       cache->cacheThreadSignaled = 0;

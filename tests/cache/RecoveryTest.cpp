@@ -66,6 +66,46 @@ TEST_F(RecoveryTest, ARedirectThatLeadsNowhereIsAFailure) {
   EXPECT_THAT(player.Codes(), ElementsAre(kFailed, kOk));
 }
 
+TEST_F(RecoveryTest, AnErrorThatARetryOvercomesIsForgotten) {
+  const origin::Resource media = Put("/media", 30 * kMb);
+  for (const int status : {503, 410}) {
+    SCOPED_TRACE(status);
+    origin::Answer broken = origin::Status(status, kErrorPage);
+    broken.cutAt = 0;
+    server_.Script("/media", {broken});
+    CachePlayer player(1, 1);
+    player.UseFiles(Prefix());
+    player.Open(Url());
+    EXPECT_EQ(player.ReadSome(media, kMb), "");
+    EXPECT_EQ(player.Codes().back(), kOk);
+    server_.Script("/media", {broken});
+    EXPECT_EQ(player.Seek(20 * kMb), 0);
+    EXPECT_EQ(player.ReadAll(media), EndAt(30 * kMb));
+  }
+}
+
+TEST_F(RecoveryTest, TheFailureOfARequestThatWasLeftIsNobodysFailure) {
+  const origin::Resource media = Put("/media", 60 * kMb);
+  const auto gate = std::make_shared<origin::Gate>();
+  server_.Handle("/media", [gate](const origin::Request& request) {
+    origin::Answer refused = origin::Status(403, kErrorPage);
+    refused.gate = gate;
+    return request.first == 30000000 ? refused : origin::Answer{};
+  });
+  CachePlayer player(1, 0);
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, kMb), "");
+  ASSERT_EQ(player.Seek(30 * kMb), 0);
+  ASSERT_TRUE(gate->AwaitWaiting(1));
+  ASSERT_EQ(player.Seek(kMb), 0);
+  gate->Open();
+  ASSERT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->requestOutstanding == 0; }));
+  EXPECT_EQ(player.Ask([](HttpBaseCache* cache) ZV_UNCHECKED { return int64_t{cache->httpResponseError}; }), 0);
+  EXPECT_EQ(player.ReadSome(media, 25 * kMb), "");
+  EXPECT_EQ(player.Count(403), 0);
+}
+
 // ---- Ends and lengths ----
 
 TEST_F(RecoveryTest, ASeekBehindTheEndDoesNotMoveTheEnd) {
@@ -113,6 +153,21 @@ TEST_F(RecoveryTest, ThePlaceOfASeekThatFailedIsReadThrough) {
 
 // ---- Opening ----
 
+TEST_F(RecoveryTest, ARangeThatWasSetBeforeTheFileCacheIsItsFirstSeek) {
+  const origin::Resource media = Put("/media", 2 * kMb);
+  for (const int64_t position : {int64_t{1000}, int64_t{0}, int64_t{-1}}) {
+    SCOPED_TRACE(position);
+    CachePlayer player;
+    player.SetRange(position);
+    player.UseFiles(Prefix());
+    player.Open(Url());
+    EXPECT_EQ(player.ReadAll(media), EndAt(2 * kMb));
+    EXPECT_THAT(player.Codes(), ElementsAre(kOk));
+    EXPECT_EQ(player.Seek(0), 0);
+    EXPECT_EQ(player.ReadAll(media), EndAt(2 * kMb));
+  }
+}
+
 TEST_F(RecoveryTest, ARedirectUrlLastsThroughTheCachesOwnRequests) {
   const origin::Resource media = Put("/media", 60 * kMb);
   server_.Handle("/moved", [count = std::make_shared<int>(0)](const origin::Request&) {
@@ -130,6 +185,75 @@ TEST_F(RecoveryTest, ARedirectUrlLastsThroughTheCachesOwnRequests) {
     EXPECT_NE(ZV_HttpBaseCacheGetRedirectURL(player.Get()), nullptr);
     EXPECT_STREQ(first, Url("/media?0").c_str());
   }
+}
+
+// ---- Leaving the file cache ----
+
+TEST_F(RecoveryTest, LeavingTheFileCacheLosesNoByteOfAWholeResource) {
+  const origin::Resource media = Put("/media", 20 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  ZV_HttpBaseCacheSetNeedDownloadComplete(player.Get(), 0);
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, kMb), "");
+  ZV_HttpBaseCacheCloseLocalCache(player.Get());
+  EXPECT_EQ(player.ReadAll(media), EndAt(20 * kMb));
+  EXPECT_EQ(player.Seek(5 * kMb), 0);
+  EXPECT_EQ(player.ReadAll(media), EndAt(20 * kMb));
+}
+
+TEST_F(RecoveryTest, TheFileCacheMayBeLeftWhileASeekHasClosedTheDownloader) {
+  const origin::Resource media = Put("/media", 40 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, 1000), "");
+  Hold hold("finish");  // the last that closing the downloader logs
+  ASSERT_EQ(player.Seek(30 * kMb), 0);
+  ASSERT_TRUE(hold.AwaitReached());
+  std::thread leaver([&] { ZV_HttpBaseCacheCloseLocalCache(player.Get()); });
+  EXPECT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->giveUpWanted != 0; }));
+  hold.LetGo();
+  leaver.join();
+  EXPECT_EQ(player.ReadAll(media), EndAt(40 * kMb));
+}
+
+TEST_F(RecoveryTest, CloseWhileTheFileCacheIsBeingLeftCloses) {
+  const origin::Resource media = Put("/media", 40 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, 1000), "");
+  Hold hold("ZV_HttpBaseOpen: Open HttpBase");
+  std::thread leaver([&] { ZV_HttpBaseCacheCloseLocalCache(player.Get()); });
+  EXPECT_TRUE(hold.AwaitReached());
+  std::atomic<bool> closed{false};
+  int32_t result = -1;
+  std::thread closer([&] {
+    result = ZV_HttpBaseCacheClose(player.Get());
+    closed.store(true);
+  });
+  // It must not come through now: the downloader would be opened behind it.
+  EXPECT_FALSE(WaitUntil([&] { return closed.load(); }, 50));
+  hold.LetGo();
+  leaver.join();
+  closer.join();
+  EXPECT_EQ(result, 0);
+  EXPECT_NE(ZV_HttpBaseCacheGetOpenFlag(player.Get()), 0);
+}
+
+TEST_F(RecoveryTest, WhenTheDownloaderCannotBeOpenedAgainThePlayerHearsOfIt) {
+  const origin::Resource media = Put("/media", 40 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  ASSERT_EQ(player.ReadSome(media, 1000), "");
+  fault_platform::FailNth(fault_platform::Kind::kAllocation, 1, true);
+  ZV_HttpBaseCacheCloseLocalCache(player.Get());
+  fault_platform::FailNothing();
+  EXPECT_EQ(player.Count(kFailed), 1);
+  EXPECT_EQ(player.Seek(20 * kMb), 0);
+  EXPECT_EQ(player.ReadAll(media), EndAt(40 * kMb));
 }
 
 }  // namespace
