@@ -55,7 +55,8 @@ typedef void (*HttpBaseCacheStateCallback)(void* userData, int32_t state, int32_
 /* Makes a handle, idle, with the file cache off. callback (may be null) receives 200 once for each Open that is
  * answered, and HTTP statuses and failure codes as in ZVHttpBase.h, but never 302. While bytes are cached ahead of the
  * player a failure is kept back until they are read; the stream is then asked for again, so that a failure that has
- * passed is never heard of. Null when something could not be made; then nothing is left behind. */
+ * passed is never heard of. After the failure of a first Open or of a seek nothing is cached and nothing is asked for
+ * again by itself: only another seek helps (SetRange and Open). Null when something could not be made; then nothing is left behind. */
 ZV_HTTP_BASE_API HttpBaseCache* ZV_HttpBaseCacheInit(HttpBaseMsgCallback callback, void* userData);
 
 /* Stops everything without reporting a code, deletes the cache files, frees everything and sets *cache to null. */
@@ -73,12 +74,14 @@ ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheOpen(HttpBaseCache* cache, const char* 
 ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheClose(HttpBaseCache* cache);
 
 /* Copies the next bytes, at most size, to buffer and their count to *readSize. Waits for nothing but the disk.
- *  1: call again; *readSize may be 0, then nothing has arrived yet, or a failure has been reported.
+ *  1: call again; *readSize may be 0, then nothing has arrived yet, or a failure has been reported (see Init: after some
+ *     nothing will arrive until the player seeks).
  *  0: the end of the stream; the last bytes may come with it. Without the file cache also after a failure.
  * -1: cache, buffer or readSize is null. */
 ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheRead(HttpBaseCache* cache, void* buffer, uint32_t size, uint32_t* readSize);
 
-/* Turns the file cache on, once, before the first Open; later calls are refused. Makes the first file of 8 MiB; when it
+/* Turns the file cache on, once, before the first Open; later calls are refused, and so are calls while a stream is open.
+ * A start given to SetRange before is where the first Open seeks to. Makes the first file of 8 MiB; when it
  * cannot be made the handle goes on without. At most 300 such files exist. When none can be written any more the handle
  * leaves its file cache by itself, as CloseLocalCache does. */
 ZV_HTTP_BASE_API void ZV_HttpBaseCacheSetLocalCache(HttpBaseCache* cache, const LocalCacheParam* param);
@@ -103,14 +106,16 @@ ZV_HTTP_BASE_API void ZV_HttpBaseCacheSetCacheStateCallback(HttpBaseCache* cache
  * where it was. Without: the range of the next Open, as for the downloader. */
 ZV_HTTP_BASE_API void ZV_HttpBaseCacheSetRange(HttpBaseCache* cache, int64_t start, int64_t end);
 
-/* As for the downloader, for every request from now on; Close puts it back to -1. */
+/* As for the downloader, for every request from now on; Close puts it back to -1. Once the file cache has been left it has
+ * no effect on requests that begin within the stream: a whole resource would begin at its first byte. */
 ZV_HTTP_BASE_API void ZV_HttpBaseCacheSetNeedDownloadComplete(HttpBaseCache* cache, int32_t flag);
 
 /* Length of the stream: -1 before the first answer, 0 while the server has not told it; known at the latest when the end
  * has been fetched. With the file cache on it lasts for the handle's life, otherwise Close forgets it. */
 ZV_HTTP_BASE_API int64_t ZV_HttpBaseCacheGetContentLength(HttpBaseCache* cache);
 
-/* Those of the downloader. With the file cache on they change with each request that the cache makes. */
+/* Those of the downloader. With the file cache on they change with each request that the cache makes; the redirect URL is
+ * borrowed, valid until 64 later ones have been met or the player opens without the file cache. */
 ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheGetOpenFlag(HttpBaseCache* cache);
 ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheGetDownSpeed(HttpBaseCache* cache);
 ZV_HTTP_BASE_API const char* ZV_HttpBaseCacheGetRedirectURL(HttpBaseCache* cache);

@@ -10,6 +10,8 @@ namespace {
 constexpr int32_t kLeastThreads = 1;
 constexpr int32_t kLeastSegLen = 204800;
 constexpr int32_t kMostSegLen = 716800;
+// How many earlier redirect URLs outlive the requests that a cache makes by itself: the caller may have one of them.
+constexpr int32_t kKeptRedirectUrls = 64;
 
 bool AddHeader(curl_slist** list, const char* line) {
   curl_slist* const longer = curl_slist_append(*list, line);
@@ -49,6 +51,20 @@ HttpBaseRespKey* NewRespKey(const char* key) {
     ZV_Free(&node);
   }
   return node;
+}
+
+// The newest stay; the caller may still have one of them.
+void FreeRedirectUrls(HttpBaseConfigParam* config, int32_t kept) ZV_REQUIRES(config->mutex) {
+  RedirectUrl** end = &config->redirectUrls;
+  for (; *end != nullptr && kept > 0; --kept) {
+    end = &(*end)->older;
+  }
+  while (*end != nullptr) {
+    RedirectUrl* node = *end;
+    *end = node->older;
+    ZV_Free(&node->url);
+    ZV_Free(&node);
+  }
 }
 
 // The two wordings for a null handle or argument, under the exported function's own name.
@@ -104,9 +120,9 @@ void ReleaseConfig(HttpBaseConfigParam* config) {
   if (config->mutex == nullptr) {
     return;
   }
-  ForgetRedirectUrls(config);
   {
     const MutexGuard guard(config->mutex);
+    FreeRedirectUrls(config, 0);
     ZV_Free(&config->url);
     ZV_Free(&config->device);
     ZV_Free(&config->userAgent);
@@ -132,6 +148,7 @@ void ResetDownloadSettings(HttpBaseConfigParam* config) {
 void KeepRedirectUrl(HttpBaseConfigParam* config, const char* url) {
   const MutexGuard guard(config->mutex);
   if (config->redirectUrls != nullptr && strcmp(config->redirectUrls->url, url) == 0) {
+    config->redirectUrl.store(config->redirectUrls->url);
     return;
   }
   RedirectUrl* node = static_cast<RedirectUrl*>(ZV_Calloc(sizeof(RedirectUrl)));
@@ -151,12 +168,7 @@ void KeepRedirectUrl(HttpBaseConfigParam* config, const char* url) {
 void ForgetRedirectUrls(HttpBaseConfigParam* config) {
   const MutexGuard guard(config->mutex);
   config->redirectUrl.store(nullptr);
-  while (config->redirectUrls != nullptr) {
-    RedirectUrl* node = config->redirectUrls;
-    config->redirectUrls = node->older;
-    ZV_Free(&node->url);
-    ZV_Free(&node);
-  }
+  FreeRedirectUrls(config, config->strictRange != 0 ? kKeptRedirectUrls : 0);
 }
 
 int32_t CurrentDownSpeed(const HttpBaseConfigParam* config) {
@@ -398,6 +410,14 @@ extern "C" void ZV_HttpBaseSetMsgCallBack(HttpBase* hb, HttpBaseRetryCallback ca
 void ZVIner_SetStrictRange(HttpBase* hb, int32_t strict) {
   const MutexGuard guard(hb->configParam.mutex);
   hb->configParam.strictRange = strict;
+}
+
+int64_t ZVIner_TakeRangeStart(HttpBase* hb) {
+  const MutexGuard guard(hb->configParam.mutex);
+  const int64_t start = hb->configParam.rangeStart;
+  hb->configParam.rangeStart = -1;
+  hb->configParam.rangeEnd = -1;
+  return start;
 }
 
 int32_t ZVIner_IsContentEncoded(HttpBase* hb) {

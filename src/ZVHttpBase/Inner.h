@@ -8,6 +8,9 @@
 // An answer that ignores the range of ZV_HttpBaseSetRange is cut to it (1) instead of being delivered whole (0, default).
 void ZVIner_SetStrictRange(HttpBase* hb, int32_t strict);
 
+// Gives the first byte of the range that the next Open would ask for, -1 for none, and takes the range back.
+int64_t ZVIner_TakeRangeStart(HttpBase* hb);
+
 // Waits until a read would deliver bytes or the end, until cancelled(argument) holds, or at most ms. Returns early for no
 // reason too. cancelled may be null; who changes what it looks at calls ZVIner_WakeReaders.
 void ZVIner_WaitReadable(HttpBase* hb, int32_t ms, bool (*cancelled)(void* argument), void* argument);

@@ -50,7 +50,8 @@ struct HttpBaseRespKey {
   HttpBaseRespKey* next;
 };
 
-// A redirect URL that has been handed out may be in the caller's hands until the next Open, so none is freed before.
+// A redirect URL that has been handed out may be in the caller's hands until the next Open, so none is freed before. A
+// cache opens without the caller: there a number of them outlive that too. Freed by Open only, when no transfer runs.
 struct RedirectUrl {
   char* url;  // owned
   RedirectUrl* older;

@@ -189,7 +189,10 @@ bool TakeErrorAnswer(HttpBaseServiceThread* record, int64_t status) ZV_REQUIRES(
     return false;
   }
   const bool first = config->answered.exchange(1) == 0;
-  const int32_t code = status == kStatusGone ? ZV_HTTP_CODE_UNREACHABLE : static_cast<int32_t>(status);
+  int32_t code = status == kStatusGone ? ZV_HTTP_CODE_UNREACHABLE : static_cast<int32_t>(status);
+  if (code == ZV_HTTP_CODE_REDIRECTED && record->engine->plan.strict) {
+    code = ZV_HTTP_CODE_FAILED;  // the caches take 302 for a redirect that was followed
+  }
   record->responseCode.store(code);
   if (record->reportedStatus != code) {
     record->reportedStatus = code;

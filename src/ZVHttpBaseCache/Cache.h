@@ -60,7 +60,7 @@ void ZV_HttpBaseCacheReuseFirstNode(HttpBaseCache* cache, CacheFileNode* after, 
 void ZV_HttpBaseCacheReuseLastNode(HttpBaseCache* cache, CacheFileNode* pred, CacheFileNode* last)
     ZV_REQUIRES(cache->cacheCondition);
 void ZV_HttpBaseCacheDeleteNode(HttpBaseCache* cache, CacheFileNode* target) ZV_REQUIRES(cache->cacheCondition);
-// A new link around a file, the prepared one if there is; null when it cannot be made.
+// A new link around the prepared file; null without one, or without memory.
 CacheFileNode* NewLink(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 // Takes a link out of the chain, whose links still count it.
 void Unlink(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition);

@@ -45,7 +45,8 @@ bool IsAnotherResource(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) 
          length != cache->contentLength.load();
 }
 
-// The answer to a request that a seek is about to replace: only the player's own open still hears of it.
+// The answer to a request that is about to be replaced, or whose bytes nobody wants any more: only the player's own open
+// still hears of it.
 void TakeFormerAnswer(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cacheCondition) {
   cache->isWaitForHttpNotify = 0;
   cache->connectionLost = 1;
@@ -59,7 +60,8 @@ void TakeFormerAnswer(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cac
   ZV_ConditionSignal(cache->cacheCondition);
 }
 
-void TakeOk(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+// afterFailure: the downloader has tried again by itself, and what it reported before is overcome.
+void TakeOk(HttpBaseCache* cache, bool afterFailure) ZV_REQUIRES(cache->cacheCondition) {
   LearnLengthForFiles(cache);
   if (IsAnotherResource(cache)) {
     TakeFailure(cache, ZV_HTTP_CODE_FAILED);
@@ -68,6 +70,11 @@ void TakeOk(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   cache->cacheThreadSignaled = 1;
   cache->isWaitForHttpNotify = 0;
   cache->abortCurrRecving = 0;
+  if (afterFailure) {
+    cache->connectionLost = 0;
+    cache->httpResponseError = 0;
+    cache->isTransError = 0;
+  }
   if (cache->isSetRange != 0) {
     cache->isSetRange = 0;
     NoteMessage(cache, ZV_HTTP_CODE_OK);
@@ -83,11 +90,13 @@ void TakeCode(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cacheCondit
   if (cache->reopening == kClosing || cache->released != 0) {
     return;
   }
+  const bool afterFailure = cache->requestOutstanding == 0;
+  const bool abandoned = cache->requestGeneration != cache->generation;
   cache->requestOutstanding = 0;
-  if (cache->seekWanted != 0 || cache->awaitingFormer != 0) {
+  if (cache->seekWanted != 0 || cache->awaitingFormer != 0 || abandoned) {
     TakeFormerAnswer(cache, code);
   } else if (code == ZV_HTTP_CODE_OK) {
-    TakeOk(cache);
+    TakeOk(cache, afterFailure);
   } else {
     TakeFailure(cache, code);
   }

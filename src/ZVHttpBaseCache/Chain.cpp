@@ -63,7 +63,8 @@ int32_t ZV_HttpBaseCacheIsContinuous(HttpBaseCache*, CacheFileNode* a, CacheFile
 int64_t CountCacheSize(HttpBaseCache* cache) {
   const CacheFileNode* node = cache->currentReadNode;
   int64_t size = ZV_HttpBaseCacheFileGetUnreadSize(node->cacheFile);
-  for (; node->next != nullptr && EndOf(node) >= StartOf(node->next); node = node->next) {
+  for (int64_t end = EndOf(node); node->next != nullptr && end >= StartOf(node->next); node = node->next) {
+    end = std::max(end, EndOf(node->next));
     size += node->next->cacheFile == nullptr ? 0 : node->next->cacheFile->cacheSize;
   }
   return size;

@@ -1,18 +1,12 @@
 // Changes of the chain. All under the lock, on the CacheThread alone: it fills no link meanwhile, so any link may be
 // moved, emptied or deleted. A link that is reused or new starts where its bytes will belong, so that the chain stays in
 // order at every moment.
+#include <algorithm>
+
 #include "ZVHttpBaseCache/Cache.h"
 #include "ZVHttpBaseCache/LogNames.h"
 
 namespace {
-
-HttpBaseCacheFile* TakeFile(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
-  HttpBaseCacheFile* const prepared = cache->preparedFile;
-  cache->preparedFile = nullptr;
-  return prepared != nullptr
-             ? prepared
-             : ZV_HttpBaseCacheFileInitCacheFile(cache->localCacheParam->cacheDir, cache->reservedBytes);
-}
 
 // The link becomes the empty one that the player and the writer go on with at currentReadPos.
 void ReuseForSeek(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition) {
@@ -86,15 +80,14 @@ CacheFileNode* TakeReusableLink(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCo
 }  // namespace
 
 CacheFileNode* NewLink(HttpBaseCache* cache) {
-  CacheFileNode* node = static_cast<CacheFileNode*>(ZV_Malloc(sizeof(CacheFileNode)));
+  CacheFileNode* const node =
+      cache->preparedFile == nullptr ? nullptr : static_cast<CacheFileNode*>(ZV_Malloc(sizeof(CacheFileNode)));
   if (node == nullptr) {
     return nullptr;
   }
   node->next = nullptr;
-  node->cacheFile = TakeFile(cache);
-  if (node->cacheFile == nullptr) {
-    ZV_Free(&node);
-  }
+  node->cacheFile = cache->preparedFile;
+  cache->preparedFile = nullptr;
   return node;
 }
 
@@ -135,8 +128,8 @@ void InsertAtReadPos(HttpBaseCache* cache, CacheFileNode* node) {
 
 void ZV_HttpBaseCacheInsertWriteNode(HttpBaseCache* cache, CacheFileNode* node) {
   CacheFileNode* before = cache->currentReadNode;
-  while (before->next != nullptr && EndOf(before) >= StartOf(before->next)) {
-    before = before->next;
+  for (int64_t end = EndOf(before); before->next != nullptr && end >= StartOf(before->next); before = before->next) {
+    end = std::max(end, EndOf(before->next));
   }
   node->next = before->next;
   before->next = node;

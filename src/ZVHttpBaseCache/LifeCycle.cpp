@@ -61,6 +61,7 @@ void StopCacheThread(HttpBaseCache* cache) {
     const CacheGuard guard(cache);
     cache->released = 1;
     cache->abortCache = 1;
+    cache->isLeaving.store(1);
     cache->isWaitForHttpNotify = 0;
     cache->generation += 1;
     WakeCacheThread(cache);
@@ -89,6 +90,15 @@ int32_t IsWaitingForAnswer(HttpBaseCache* cache) {
   }
   const CacheGuard guard(cache);
   return cache->isWaitForHttpNotify;
+}
+
+// A range that was set before counts: the first Open seeks to its start.
+void TakeFirstRange(HttpBaseCache* cache) {
+  const int64_t start = ZVIner_TakeRangeStart(cache->httpBase);
+  const CacheGuard guard(cache);
+  cache->hasSeekTarget = start > 0 ? 1 : 0;
+  cache->seekTarget = start;
+  cache->seekEnd = -1;
 }
 
 // The first link waits for the stream's first bytes: once those have gone to the player it would wait for ever.
@@ -139,6 +149,7 @@ extern "C" void ZV_HttpBaseCacheSetLocalCache(HttpBaseCache* cache, const LocalC
     FreeParam(cache);
     return;
   }
+  TakeFirstRange(cache);
   ZVIner_SetStrictRange(cache->httpBase, 1);
   cache->fileCacheMade.store(1);
   cache->isLocalCache.store(1);
@@ -153,6 +164,7 @@ extern "C" void ZV_HttpBaseCacheCloseLocalCache(HttpBaseCache* cache) {
     const CacheGuard guard(cache);
     if (cache->isLocalCache.load() != 0) {
       cache->giveUpWanted = 1;
+      cache->isLeaving.store(1);
       cache->generation += 1;
       WakeCacheThread(cache);
     }

@@ -47,13 +47,9 @@ uint32_t CutToRange(HttpBaseCache* cache, uint32_t* count) ZV_REQUIRES(cache->ca
   return skipped;
 }
 
-// 0 or 1, as a write of the file. A reader that waits for the file goes first.
+// 0 or 1, as a write of the file.
 int32_t StoreBlock(HttpBaseCache* cache, const Cycle& cycle, const uint8_t* bytes, uint32_t count)
     ZV_REQUIRES(cache->cacheCondition) {
-  // No call may be left to make while the file is busy: the player may read in it.
-  while (cache->fileWaiters > 0 || cache->calls.count > 0) {
-    WaitOn(cache);
-  }
   cache->busyNode = cycle.node;
   LeaveLock(cache);
   const int32_t failed = PutBytes(cycle.file, bytes, count);
@@ -90,6 +86,14 @@ bool IsWorthGathering(const Cycle& cycle) {
   return cycle.received >= kFastBytes && cycle.received < kLargeBytes;
 }
 
+// Before a file becomes busy; no call may be left to make then, since the player may read in it. Gives the lock up, so that
+// the bytes may no longer be wanted afterwards.
+void LetReadersGoFirst(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  while (cache->fileWaiters > 0 || cache->calls.count > 0) {
+    WaitOn(cache);
+  }
+}
+
 Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES(cache->cacheCondition) {
   for (;;) {
     if (IsWorthGathering(*cycle)) {
@@ -105,6 +109,9 @@ Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES
       return kFull;
     }
     const int32_t more = TakeBytes(cache, buffer, &cycle->received);
+    if (cycle->received > 0) {
+      LetReadersGoFirst(cache);
+    }
     if (cycle->received > 0 && (cache->abortCache != 0 || MustDrop(cache, *cycle))) {
       cache->connectionLost = 1;  // these bytes are gone
       return cache->abortCache != 0 ? kAborted : kDropped;
@@ -120,6 +127,9 @@ Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES
 }
 
 void MarkLast(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
+  if (cache->lastNode != nullptr && cache->lastNode != cycle.node) {
+    cache->lastNode->cacheFile->isLast = 0;
+  }
   cache->lastNode = cycle.node;
   ZV_HttpBaseCacheFileSetLast(cycle.file);
 }
@@ -160,14 +170,24 @@ void EndFullFile(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->ca
 
 enum RequestEnd { kRangeDone, kStreamDone, kTooShort };
 
+// There is a byte right before the place where the link ends.
+bool FollowsBytes(HttpBaseCache* cache, const CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition) {
+  const CacheFileNode* const before = IsEmpty(node) ? LinkBefore(cache, node) : node;
+  return before != nullptr && !IsEmpty(before) && EndOf(before) == EndOf(node);
+}
+
 // What it means that the downloader has nothing more to give, when it has reported no failure: it does that before it
 // tells of the end. At the stream's end its length is known at last.
-RequestEnd JudgeEnd(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+RequestEnd JudgeEnd(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
   if (cache->lastRangeEnd >= 0) {
     return cache->currentRecvPos >= cache->lastRangeEnd ? kRangeDone : kTooShort;
   }
-  if (cache->skipBytes > 0 || (IsLengthKnown(cache) && cache->currentRecvPos < cache->contentLength.load())) {
+  if (cache->skipBytes > 0 || (IsLengthKnown(cache) && cache->currentRecvPos != cache->contentLength.load())) {
     return kTooShort;
+  }
+  const bool broughtNothing = cache->requestStart > 0 && cache->currentRecvPos == cache->requestStart;
+  if (!IsLengthKnown(cache) && broughtNothing && !FollowsBytes(cache, cycle.node)) {
+    return kTooShort;  // a seek behind an end that nobody knows
   }
   cache->contentLength.store(cache->currentRecvPos);
   cache->lengthIsPacked = 0;
@@ -178,7 +198,7 @@ RequestEnd JudgeEnd(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
 void EndRequest(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
   LOG_TRACE_AS(kName, "%s recv data finish currentRecvPos=%lld contentLength=%lld recvSize=%d",
                Wide(cache->currentRecvPos), Wide(cache->contentLength.load()), static_cast<int32_t>(cycle.received));
-  const RequestEnd end = JudgeEnd(cache);
+  const RequestEnd end = JudgeEnd(cache, cycle);
   cache->connectionLost = 1;
   if (end == kTooShort) {
     FinishFile(cache, cycle);

@@ -117,15 +117,19 @@ struct HttpBaseCache {
   int32_t reservedBytes;               // 8388608, of every file; fixed once the file cache is on (tests take less)
   std::atomic<int32_t> fileCacheMade;  // 0; 1 for good once the file cache has been on
   std::atomic<int32_t> threadWanted;   // 1: the CacheThread is to stop waiting for bytes
+  std::atomic<int32_t> isLeaving;      // 0; 1 for good: files are no longer wanted, not even the one that is being made
   CallList calls ZV_GUARDED_BY(cacheCondition);                   // empty whenever the lock is free
   CacheFileNode* cycleNode ZV_GUARDED_BY(cacheCondition);         // the link that the CacheThread fills, or null
   CacheFileNode* busyNode ZV_GUARDED_BY(cacheCondition);          // null
   int32_t fileWaiters ZV_GUARDED_BY(cacheCondition);              // readers that wait for busyNode's file
   HttpBaseCacheFile* preparedFile ZV_GUARDED_BY(cacheCondition);  // made without the lock for the next link, or null
   uint32_t generation ZV_GUARDED_BY(cacheCondition);
-  int32_t reopening ZV_GUARDED_BY(cacheCondition);      // Reopening
-  int32_t released ZV_GUARDED_BY(cacheCondition);       // 1: Release has begun, nothing is reported any more
-  int32_t hasSeekTarget ZV_GUARDED_BY(cacheCondition);  // 0; 1: SetRange waits for Open
+  uint32_t requestGeneration ZV_GUARDED_BY(cacheCondition);  // generation that the open request's bytes belong to
+  int64_t requestStart ZV_GUARDED_BY(cacheCondition);        // 0; first byte that the open request asked for
+  int32_t everOpened ZV_GUARDED_BY(cacheCondition);          // 0; 1: the player has opened the stream
+  int32_t reopening ZV_GUARDED_BY(cacheCondition);           // Reopening
+  int32_t released ZV_GUARDED_BY(cacheCondition);            // 1: Release has begun, nothing is reported any more
+  int32_t hasSeekTarget ZV_GUARDED_BY(cacheCondition);       // 0; 1: SetRange waits for Open
   int64_t seekTarget ZV_GUARDED_BY(cacheCondition);
   int64_t seekEnd ZV_GUARDED_BY(cacheCondition);             // only where the file cache was given up
   int32_t seekWanted ZV_GUARDED_BY(cacheCondition);          // request: put the reader and a request at currentReadPos

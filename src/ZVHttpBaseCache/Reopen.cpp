@@ -76,11 +76,14 @@ char* CopyPrivateUrl(HttpBaseCache* cache) {
 // The lock is given up: opening takes locks that the downloader's threads hold when they report a code. Everything that
 // the answer changes is set before.
 bool OpenDownloader(HttpBaseCache* cache, int64_t start, int64_t end) ZV_REQUIRES(cache->cacheCondition) {
-  const int32_t complete = cache->needDownloadComplete.load();
+  // Without the file cache nobody would drop what lies before the player's byte.
+  const int32_t complete = cache->isLocalCache.load() == 0 && start > 0 ? -1 : cache->needDownloadComplete.load();
   cache->skipBytes = complete == 0 ? start : 0;
   cache->requestOutstanding = 1;
   cache->connectionLost = 0;
   cache->reopening = kOpening;
+  cache->requestGeneration = cache->generation;
+  cache->requestStart = start;
   LeaveLock(cache);
   char* url = CopyPrivateUrl(cache);
   RestoreRespKeys(cache);
@@ -150,7 +153,6 @@ void ZV_HttpBaseCacheOpenHttpBaseInternal(HttpBaseCache* cache) {
 
 void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) {
   LOG_TRACE("%s Enter currentReadPos=%lld", Wide(cache->currentReadPos));
-  const bool wasOpen = ZV_HttpBaseGetOpenFlag(cache->httpBase) == 0;
   cache->abortCache = 1;
   CloseDownloader(cache);
   // The player has read on from the files until here.
@@ -161,8 +163,10 @@ void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) {
   }
   cache->giveUpWanted = 0;
   cache->isWaitForHttpNotify = 0;
-  if (wasOpen && cache->released == 0) {
-    OpenDownloader(cache, cache->currentReadPos, -1);
+  // Whether the downloader was open just now says nothing: a seek may have closed it.
+  const bool mustOpen = cache->everOpened != 0 && cache->released == 0;
+  if (mustOpen && !OpenDownloader(cache, cache->currentReadPos, -1)) {
+    NoteMessage(cache, ZV_HTTP_CODE_FAILED);
   }
   EndReopening(cache);
   LOG_TRACE("%s Exit");

@@ -18,6 +18,7 @@ bool KeepUrl(HttpBaseCache* cache, const char* url) {
 }
 
 void Seek(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  cache->everOpened = 1;
   cache->hasSeekTarget = 0;
   cache->currentReadPos = cache->seekTarget;
   cache->isSetRange = 1;
@@ -33,24 +34,28 @@ int32_t OpenDirectly(HttpBaseCache* cache, const char* url) {
 }
 
 // Opens the whole stream for the file cache, without the lock: opening takes locks that the downloader's threads hold when
-// they report a code. What is open already stays as it is.
+// they report a code. What is open already stays as it is, even while a seek has closed the downloader for a moment.
 int32_t OpenStream(HttpBaseCache* cache, const char* url) ZV_REQUIRES(cache->cacheCondition) {
-  const bool wasOpen = ZV_HttpBaseGetOpenFlag(cache->httpBase) == 0;
-  if (!wasOpen) {
-    cache->requestOutstanding = 1;
-    cache->isOpenInternal = 0;
-    cache->connectionLost = 0;
-    cache->currentRecvPos = 0;
-    cache->lastRangeEnd = -1;
-    cache->skipBytes = 0;
+  if (cache->everOpened != 0) {
+    LOG_ERROR_AS("ZV_HttpBaseCacheOpen", "%s refused: the stream is open and no seek is wanted");
+    return -1;
   }
+  cache->everOpened = 1;
+  cache->requestOutstanding = 1;
+  cache->requestGeneration = cache->generation;
+  cache->isOpenInternal = 0;
+  cache->connectionLost = 0;
+  cache->currentRecvPos = 0;
+  cache->lastRangeEnd = -1;
+  cache->skipBytes = 0;
   cache->reopening = kOpening;
   LeaveLock(cache);
   const int32_t result = OpenDirectly(cache, url);
   TakeLock(cache);
   cache->reopening = kNotReopening;
   ZV_ConditionSignal(cache->cacheCondition);
-  if (result != 0 && !wasOpen) {
+  if (result != 0) {
+    cache->everOpened = 0;
     cache->requestOutstanding = 0;
     cache->connectionLost = 1;
   }
@@ -93,7 +98,25 @@ int32_t OpenAfterGiveUp(HttpBaseCache* cache, const char* url, const SeekTarget&
     }
     ZV_HttpBaseSetRange(cache->httpBase, target.start, target.end);
   }
+  if (target.wanted && target.start > 0) {
+    // A whole resource would begin at its first byte, and nobody drops what lies before the player's any more.
+    ZV_HttpBaseSetNeedDownloadComplete(cache->httpBase, -1);
+    return ZV_HttpBaseOpen(cache->httpBase, url);
+  }
   return OpenDirectly(cache, url);
+}
+
+// Waits until the file cache has been left, if that is under way: the downloader is closed and opened meanwhile. False
+// while the file cache is on.
+bool HasLeftFileCache(HttpBaseCache* cache) {
+  if (cache->fileCacheMade.load() == 0) {
+    return true;
+  }
+  const CacheGuard guard(cache);
+  while (cache->abortCache != 0 && cache->reopening != kNotReopening) {
+    WaitOn(cache);
+  }
+  return cache->isLocalCache.load() == 0;
 }
 
 // A file that is being written cannot be read at the same time; its writer lets those who wait for it go first.
@@ -210,7 +233,7 @@ extern "C" int32_t ZV_HttpBaseCacheClose(HttpBaseCache* cache) {
     ZV_Free(&cache->url);
   }
   cache->needDownloadComplete.store(-1);
-  if (cache->isLocalCache.load() != 0) {
+  if (!HasLeftFileCache(cache)) {
     return 0;
   }
   cache->contentLength.store(-1);

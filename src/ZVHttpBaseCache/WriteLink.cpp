@@ -29,7 +29,7 @@ void PrepareFile(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   }
   const char* const cacheDir = cache->localCacheParam->cacheDir;
   LeaveLock(cache);
-  HttpBaseCacheFile* const file = ZV_HttpBaseCacheFileInitCacheFile(cacheDir, cache->reservedBytes);
+  HttpBaseCacheFile* const file = MakeCacheFile(cacheDir, cache->reservedBytes, &cache->isLeaving);
   TakeLock(cache);
   cache->preparedFile = file;
 }
@@ -62,8 +62,7 @@ Choice MakeWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   if (cache->generation != generation || MustRest(cache)) {
     return kNoLongerWanted;
   }
-  // Without a prepared file there is no point in trying again at once.
-  CacheFileNode* const node = cache->preparedFile == nullptr ? nullptr : NewLink(cache);
+  CacheFileNode* const node = NewLink(cache);
   if (node == nullptr) {
     LOG_TRACE_AS(kWriteName, "%s make new file failed should reuse first or last");
     return Reuse(cache);
@@ -112,6 +111,7 @@ void FillWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   }
   LOG_TRACE_AS(kWriteName, "%s update write cache file node success continue to read from current connection");
   ZV_HttpBaseCacheFileSetStartPosInStream(cache->nextWriteNode->cacheFile, cache->currentRecvPos);
+  cache->requestGeneration = cache->generation;
   if (cache->cacheThreadSignaled == 0) {
     cache->cacheThreadSignaled = 1;
     ZV_ConditionSignal(cache->cacheCondition);
@@ -148,6 +148,7 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
     cache->cacheThreadSignaled = 0;
     return;
   }
+  ZV_HttpBaseCacheDeleteNode(cache, nullptr);  // a link that a seek has left empty must not lie inside a run
   const bool full = cache->cacheFileNodeNum >= kMaxLinks;
   switch (ChooseWriteNode(cache)) {
     case kNoneFree:
@@ -170,8 +171,8 @@ void AnswerSeek(HttpBaseCache* cache) {
     StopTransfer(cache);
     PrepareFile(cache);
   }
-  // Another seek may have been answered from the cache meanwhile.
-  if (cache->seekWanted == 0 || cache->abortCache != 0) {
+  // Another seek may have been answered from the cache meanwhile, or the file cache is to be left.
+  if (cache->seekWanted == 0 || cache->abortCache != 0 || cache->giveUpWanted != 0) {
     return;
   }
   // The block that was being written when the seek came may hold its byte.

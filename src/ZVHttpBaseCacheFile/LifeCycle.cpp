@@ -14,33 +14,40 @@ constexpr size_t kNameTailBytes = 129;
 constexpr size_t kNumberBytes = 64;
 constexpr int32_t kFillerBlockBytes = 262144;
 constexpr int kFiller = 0x23;
+constexpr char kInitName[] = "ZV_HttpBaseCacheFileInitCacheFile";
 
 void CloseAndDelete(HttpBaseCacheFile* cacheFile) {
   fclose(cacheFile->file);
   remove(cacheFile->cacheFileName);
 }
 
+bool IsStopped(const std::atomic<int32_t>* stop) {
+  return stop != nullptr && stop->load() != 0;
+}
+
 // Reserves the room on disk by writing it full, in whole blocks. The last flush may be the one that finds the disk full.
-bool Reserve(FILE* file, const void* block, int32_t size) {
+bool Reserve(FILE* file, const void* block, int32_t size, const std::atomic<int32_t>* stop) {
   for (int64_t left = size; left > 0; left -= kFillerBlockBytes) {
     fwrite(block, 1, static_cast<size_t>(kFillerBlockBytes), file);
-    if (ferror(file) != 0) {
+    if (ferror(file) != 0 || IsStopped(stop)) {
       return false;
     }
   }
   return fflush(file) == 0 && fseek(file, 0, SEEK_SET) == 0;
 }
 
-bool PreWrite(const char* name, HttpBaseCacheFile* cacheFile, int32_t size) {
+bool PreWrite(HttpBaseCacheFile* cacheFile, int32_t size, const std::atomic<int32_t>* stop) {
   void* preWriteData = ZV_Malloc(static_cast<size_t>(kFillerBlockBytes));
   if (preWriteData == nullptr) {
-    LOG_ERROR_AS(name, "%s preWriteData failed for no memory");
+    LOG_ERROR_AS(kInitName, "%s preWriteData failed for no memory");
     return false;
   }
   const ScopeGuard freeBlock([&preWriteData] { ZV_Free(&preWriteData); });
   memset(preWriteData, kFiller, static_cast<size_t>(kFillerBlockBytes));
-  if (!Reserve(cacheFile->file, preWriteData, size)) {
-    LOG_ERROR_AS(name, "%s failed for write file %s", cacheFile->cacheFileName);
+  if (!Reserve(cacheFile->file, preWriteData, size, stop)) {
+    if (!IsStopped(stop)) {
+      LOG_ERROR_AS(kInitName, "%s failed for write file %s", cacheFile->cacheFileName);
+    }
     return false;
   }
   cacheFile->fileSize = size;
@@ -78,28 +85,32 @@ char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
 }
 
 HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize) {
+  return MakeCacheFile(filePath, preWriteSize, nullptr);
+}
+
+HttpBaseCacheFile* MakeCacheFile(const char* filePath, int32_t preWriteSize, const std::atomic<int32_t>* stop) {
   if (filePath == nullptr) {
-    LOG_ERROR("%s input param filePath is NULL");
+    LOG_ERROR_AS(kInitName, "%s input param filePath is NULL");
     return nullptr;
   }
   HttpBaseCacheFile* cacheFile = static_cast<HttpBaseCacheFile*>(ZV_Calloc(sizeof(HttpBaseCacheFile)));
   if (cacheFile == nullptr) {
-    LOG_ERROR("%s cacheFile failed for no memory");
+    LOG_ERROR_AS(kInitName, "%s cacheFile failed for no memory");
     return nullptr;
   }
   ScopeGuard freeRecord([&cacheFile] { ZV_Free(&cacheFile); });
   cacheFile->cacheFileName = ZV_HttpBaseCacheFileMakeCacheFileName(filePath);
   if (cacheFile->cacheFileName == nullptr) {
-    LOG_ERROR("%s cacheFileName failed for no memory");
+    LOG_ERROR_AS(kInitName, "%s cacheFileName failed for no memory");
     return nullptr;
   }
   ScopeGuard freeName([cacheFile] { ZV_Free(&cacheFile->cacheFileName); });
   cacheFile->file = fopen(cacheFile->cacheFileName, "wb+");
   if (cacheFile->file == nullptr) {
-    LOG_ERROR("%s failed for open %s", cacheFile->cacheFileName);
+    LOG_ERROR_AS(kInitName, "%s failed for open %s", cacheFile->cacheFileName);
     return nullptr;
   }
-  if (preWriteSize > 0 && !PreWrite(__func__, cacheFile, preWriteSize)) {
+  if (preWriteSize > 0 && !PreWrite(cacheFile, preWriteSize, stop)) {
     CloseAndDelete(cacheFile);
     return nullptr;
   }

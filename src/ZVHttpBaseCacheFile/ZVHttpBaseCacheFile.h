@@ -10,6 +10,7 @@
 //  3. the stream byte at position p, startPosInStream <= p < startPosInStream + cacheSize, is at p - startPosInStream
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 
@@ -30,6 +31,8 @@ struct HttpBaseCacheFile {
 char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath);
 // A new file below the prefix filePath, with room for preWriteSize bytes; null when anything fails, with nothing left.
 HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize);
+// The same; also null as soon as *stop is not 0. stop may be null.
+HttpBaseCacheFile* MakeCacheFile(const char* filePath, int32_t preWriteSize, const std::atomic<int32_t>* stop);
 // Closes the file and deletes it from disk.
 void ZV_HttpBaseCacheFileReleaseCacheFile(HttpBaseCacheFile** cacheFile);
 

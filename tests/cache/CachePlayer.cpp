@@ -83,9 +83,13 @@ int32_t CachePlayer::Open(const std::string& url) {
   return ZV_HttpBaseCacheOpen(handle_, url.c_str());
 }
 
-int32_t CachePlayer::Seek(int64_t position) {
+void CachePlayer::SetRange(int64_t position) {
   ZV_HttpBaseCacheSetRange(handle_, position, -1);
   position_ = static_cast<uint64_t>(std::max<int64_t>(position, 0));
+}
+
+int32_t CachePlayer::Seek(int64_t position) {
+  SetRange(position);
   return ZV_HttpBaseCacheOpen(handle_, url_.c_str());
 }
 

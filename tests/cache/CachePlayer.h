@@ -45,6 +45,8 @@ class CachePlayer {
   void UseFiles(const std::string& prefix, int32_t cacheTime = 40);
   void UseUrl(const std::string& url) { url_ = url; }
   int32_t Open(const std::string& url);
+  // The next Open is expected to lead there.
+  void SetRange(int64_t position);
   // SetRange and Open with the same URL.
   int32_t Seek(int64_t position);
   void Release();

@@ -35,7 +35,13 @@ class ChainTest : public CacheTest {
     ZV_HttpBaseCacheFileSetReadPosInStream(cache_->currentReadNode->cacheFile, readPos);
     ZV_HttpBaseCacheUpdateCurrentCacheSize(cache_);
   }
+  void PrepareFile() ZV_UNCHECKED {
+    if (cache_->preparedFile == nullptr) {
+      cache_->preparedFile = ZV_HttpBaseCacheFileInitCacheFile(Prefix().c_str(), cache_->reservedBytes);
+    }
+  }
   void Append(const std::string& word) ZV_UNCHECKED {
+    PrepareFile();
     CacheFileNode* const node = NewLink(cache_);
     const size_t plus = word.find('+');
     node->cacheFile->startPosInStream = std::stoll(word);
@@ -99,6 +105,16 @@ TEST_F(ChainTest, WhatIsCachedAheadIsCountedToTheFirstGap) ZV_UNCHECKED {
   EXPECT_EQ(cache_->currentCacheSize, 11000000);
 }
 
+TEST_F(ChainTest, AnEmptyLinkInsideARunIsPassedOver) ZV_UNCHECKED {
+  Build("0+800* 400+0 800+100! 900+0 1000+50", 200);
+  EXPECT_EQ(cache_->currentCacheSize, 700);
+  PrepareFile();
+  CacheFileNode* const node = NewLink(cache_);
+  ZV_HttpBaseCacheInsertWriteNode(cache_, node);
+  EXPECT_EQ(Link(4), node);
+  cache_->cacheFileNodeNum += 1;
+}
+
 TEST_F(ChainTest, ThreeHundredFullLinksAreCountedIn64Bits) ZV_UNCHECKED {
   std::string text = "0+8388608*!";
   for (int64_t i = 1; i < 300; ++i) {
@@ -140,10 +156,22 @@ TEST_F(ChainTest, ASeekPutsANewLinkWhereItBelongs) ZV_UNCHECKED {
     Build(row.chain, 100);
     const int32_t before = cache_->cacheFileNodeNum;
     cache_->currentReadPos = row.position;
+    PrepareFile();
     ASSERT_NE(ZV_HttpBaseCacheAddNewCacheFileNode(cache_), nullptr);
     EXPECT_EQ(Show(), row.then);
     EXPECT_EQ(cache_->cacheFileNodeNum, before);  // the caller counts
     cache_->cacheFileNodeNum += 1;
+  }
+}
+
+TEST_F(ChainTest, ASeekWhoseFileCouldNotBeMadeDoesNotTryAgain) ZV_UNCHECKED {
+  for (const char* const chain : {"100+50*!", "100+50*! 200+50"}) {
+    Build(chain, 100);
+    const int files = FilesInFolder();
+    cache_->currentReadPos = 9000;
+    EXPECT_EQ(ZV_HttpBaseCacheAddNewCacheFileNode(cache_), nullptr);
+    EXPECT_EQ(FilesInFolder(), files);
+    EXPECT_EQ(StartOf(cache_->currentReadNode), 9000);
   }
 }
 

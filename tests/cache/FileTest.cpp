@@ -52,6 +52,12 @@ TEST_F(FileTest, RoomIsReservedInWholeBlocks) {
   }
 }
 
+TEST_F(FileTest, AFileThatIsNoLongerWantedIsNotMade) {
+  const std::atomic<int32_t> stop{1};
+  EXPECT_EQ(MakeCacheFile(Prefix().c_str(), 8388608, &stop), nullptr);
+  EXPECT_EQ(FilesInFolder(), 0);
+}
+
 TEST_F(FileTest, BytesComeBackInOrderWhileMoreAreWritten) {
   Make(300000);
   EXPECT_EQ(Write(std::string(100, 'a')), 0);
