@@ -1,4 +1,5 @@
 // One cache file: what reaches the disk, what comes back, and what stays as it was when the disk refuses.
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -67,7 +68,7 @@ TEST_F(FileTest, BytesComeBackInOrderWhileMoreAreWritten) {
   EXPECT_EQ(Read(120), std::string(100, 'a') + std::string(20, 'b'));
   EXPECT_EQ(file_->unreadSize, 30);
   EXPECT_EQ(Write("ccc"), 0);
-  EXPECT_EQ(Read(120), std::string(30, 'b') + "ccc");
+  EXPECT_EQ(Read(120), std::string(30, 'b').append("ccc"));
   EXPECT_EQ(Read(120), "");
   EXPECT_EQ(Disk().substr(0, 155), std::string(100, 'a') + std::string(50, 'b') + "ccc##");
 }
