@@ -44,17 +44,17 @@ bool OpenStream(const Transfer& transfer) {
 }
 
 void LogSignal(const Transfer& transfer) ZV_REQUIRES(transfer.cache->mutex) {
-  const HttpBaseSegCache* const cache = transfer.cache;
   const int32_t i = transfer.arg->index;
-  if (IsEnding(cache)) {
+  if (IsEnding(transfer.cache)) {
     LOG_TRACE_AS(kName, "%s thread %d abort cache for calling release so no wait", i);
     return;
   }
   LOG_TRACE_AS(kName,
                "%s thread %d has been signaled httpResponse=%d abortCacheThread=%d abortSignal=%d isTsListFailed=%d "
                "waitForRetry=%d for opening %s ",
-               i, transfer.segment->httpResponse, cache->abortCacheThread.load(), cache->abortSignal[i],
-               cache->isTsListFailed, cache->waitForRetry, transfer.arg->url);
+               i, transfer.segment->httpResponse, transfer.cache->abortCacheThread.load(),
+               transfer.cache->abortSignal[i], transfer.cache->isTsListFailed, transfer.cache->waitForRetry,
+               transfer.arg->url);
 }
 
 // The read segment whose transfer has failed stays as it is until its next message or the next Open.
