@@ -209,12 +209,14 @@ TEST_F(HoleTest, NothingBehindAFailedRangeIsDelivered) {
 TEST_F(HoleTest, RangesBeforeAFailedOneFinishAndThoseBehindAreStopped) {
   const origin::Resource media = Put("/media", kLength);
   auto gate = std::make_shared<origin::Gate>();
-  server_.Handle("/media", [gate](const Request& request) {
+  auto failure = std::make_shared<origin::Gate>();
+  server_.Handle("/media", [gate, failure](const Request& request) {
     Answer answer;
     if (request.first == 0) {
       answer.gate = gate;
       answer.gateAt = 1000;
     } else if (request.first == kSegLen) {
+      answer.gate = failure;
       answer.resetAt = 5;
     } else {
       answer.stallAt = 10;
@@ -224,6 +226,8 @@ TEST_F(HoleTest, RangesBeforeAFailedOneFinishAndThoseBehindAreStopped) {
   Download download(5);
   download.Open(server_.Url("/media"));
   ASSERT_TRUE(gate->AwaitWaiting(1));
+  ASSERT_TRUE(WaitUntil([this] { return server_.RequestCount() == 5; }));
+  failure->Open();
   ASSERT_TRUE(log_.WaitFor("get signal to stop downloading"));
   EXPECT_THAT(download.Codes(), ElementsAre(kOk));
   gate->Open();
