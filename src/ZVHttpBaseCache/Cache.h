@@ -31,7 +31,6 @@ bool IsOwnThread(const HttpBaseCache* cache);
 void EnterCacheThread(const HttpBaseCache* cache);
 // False, with a log line, when the call would wait for its own thread.
 bool MayStop(const char* name, const HttpBaseCache* cache);
-bool HasParams(const char* name, bool given);
 int32_t ClampToInt32(int64_t value);
 
 // Chain.cpp: questions about the chain

@@ -119,13 +119,6 @@ bool MayStop(const char* name, const HttpBaseCache* cache) {
   return true;
 }
 
-bool HasParams(const char* name, bool given) {
-  if (!given) {
-    LOG_ERROR_AS(name, "%s input params failed");
-  }
-  return given;
-}
-
 int32_t ClampToInt32(int64_t value) {
   return static_cast<int32_t>(std::clamp<int64_t>(value, INT32_MIN, INT32_MAX));
 }

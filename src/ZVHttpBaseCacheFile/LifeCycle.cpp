@@ -11,7 +11,7 @@
 namespace {
 
 constexpr size_t kNameTailBytes = 129;
-constexpr size_t kNumberBytes = 64;
+constexpr size_t kAddressBytes = 64;
 constexpr int32_t kFillerBlockBytes = 262144;
 constexpr int kFiller = 0x23;
 constexpr char kInitName[] = "ZV_HttpBaseCacheFileInitCacheFile";
@@ -55,7 +55,7 @@ bool PreWrite(HttpBaseCacheFile* cacheFile, int32_t size, const std::atomic<int3
 }
 
 // As the runtime prints an address. Windows prints all digits, in upper case and without a prefix; MinGW's own does not.
-void PrintAddress(char (&text)[kNumberBytes], const void* address) {
+void PrintAddress(char (&text)[kAddressBytes], const void* address) {
 #if defined(_WIN32)
   constexpr int kDigits = 2 * sizeof(void*);
   snprintf(text, sizeof text, "%0*" PRIXPTR, kDigits, reinterpret_cast<uintptr_t>(address));
@@ -68,19 +68,15 @@ void PrintAddress(char (&text)[kNumberBytes], const void* address) {
 
 char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
   const int64_t tick = ZV_ChronoGetTick();
-  const size_t length = strlen(filePath);
-  char* const name = static_cast<char*>(ZV_Calloc(length + kNameTailBytes));
+  const size_t size = strlen(filePath) + kNameTailBytes;
+  char* const name = static_cast<char*>(ZV_Calloc(size));
   if (name == nullptr) {
     LOG_ERROR("%s failed for no memory");
     return nullptr;
   }
-  memcpy(name, filePath, length);
-  char number[kNumberBytes] = {};
-  char address[kNumberBytes] = {};
-  snprintf(number, sizeof number, "%lld", Wide(tick));
+  char address[kAddressBytes] = {};
   PrintAddress(address, name);
-  strcat(name, number);
-  strcat(name, address);
+  snprintf(name, size, "%s%lld%s", filePath, Wide(tick), address);
   return name;
 }
 

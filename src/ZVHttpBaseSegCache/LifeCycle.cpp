@@ -50,10 +50,10 @@ void FreeList(HttpBaseSegCache* cache) {
 
 // What the local cache is made of, in reverse order. Nobody else uses it: the workers are joined, or were never made.
 void FreeLocalCache(HttpBaseSegCache* cache) ZV_UNCHECKED {
-  for (int32_t worker = 0; worker < kWorkers; ++worker) {
-    // All streams before any condition: what they still report may wake another worker.
-    if (cache->streams[worker] != nullptr) {
-      ZV_HttpBaseSegCacheStreamRelease(&cache->streams[worker]);
+  // All streams before any condition: what they still report may wake another worker.
+  for (HttpBaseSegCacheStream*& stream : cache->streams) {
+    if (stream != nullptr) {
+      ZV_HttpBaseSegCacheStreamRelease(&stream);
     }
   }
   for (int32_t worker = 0; worker < kWorkers; ++worker) {

@@ -4,12 +4,13 @@
 
 namespace {
 
+constexpr size_t kPointerBytes = sizeof(void*);
+
 HttpBaseSegCacheSegment** NewArray(int32_t count) {
-  if (count <= 0 || static_cast<size_t>(count) > SIZE_MAX / sizeof(HttpBaseSegCacheSegment*)) {
+  if (count <= 0 || static_cast<size_t>(count) > SIZE_MAX / kPointerBytes) {
     return nullptr;
   }
-  return static_cast<HttpBaseSegCacheSegment**>(
-      ZV_Calloc(static_cast<size_t>(count) * sizeof(HttpBaseSegCacheSegment*)));
+  return static_cast<HttpBaseSegCacheSegment**>(ZV_Calloc(static_cast<size_t>(count) * kPointerBytes));
 }
 
 int32_t SlotsOf(const HttpBaseSegCache* cache, const HttpBaseSegCacheList* list) {
