@@ -86,6 +86,13 @@ void ZV_HttpBaseCacheUpdateReadCacheFile(HttpBaseCache* cache) ZV_REQUIRES(cache
 // Asks the CacheThread for a restart if nothing else is under way.
 void RestartIfIdle(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 
+// NextFile.cpp: on the CacheThread; the lock is given up
+// The next link's file, with room for so many bytes. False when it cannot be had; then there is none.
+bool PrepareFile(HttpBaseCache* cache, int32_t room) ZV_REQUIRES(cache->cacheCondition);
+// The same, for as much as the present file holds by now: the next one is ready when the present one is full, and the
+// transfer does not wait for it.
+bool PrepareAhead(HttpBaseCache* cache, const HttpBaseCacheFile* present) ZV_REQUIRES(cache->cacheCondition);
+
 // WriteLink.cpp: where the CacheThread writes; on it alone
 void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 // Carries out a seek to a byte that no link holds.

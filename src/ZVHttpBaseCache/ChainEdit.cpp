@@ -80,8 +80,8 @@ CacheFileNode* TakeReusableLink(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCo
 }  // namespace
 
 CacheFileNode* NewLink(HttpBaseCache* cache) {
-  CacheFileNode* const node =
-      cache->preparedFile == nullptr ? nullptr : static_cast<CacheFileNode*>(ZV_Malloc(sizeof(CacheFileNode)));
+  const bool prepared = cache->preparedFile != nullptr && cache->preparedFile->fileSize >= cache->reservedBytes;
+  CacheFileNode* const node = prepared ? static_cast<CacheFileNode*>(ZV_Malloc(sizeof(CacheFileNode))) : nullptr;
   if (node == nullptr) {
     return nullptr;
   }

@@ -21,6 +21,7 @@ struct Cycle {
   uint32_t generation;
   int64_t startPos;   // currentRecvPos at the cycle's start
   uint32_t received;  // by the last read
+  bool preparesNext;  // until that has failed once
 };
 
 enum Outcome { kFull, kFinished, kDropped, kWriteFailed, kAborted };
@@ -123,6 +124,7 @@ Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES
     if (more == 0 || cache->currentRecvPos == cache->lastRangeEnd) {
       return MustDrop(cache, *cycle) ? kDropped : kFinished;
     }
+    cycle->preparesNext = cycle->preparesNext && PrepareAhead(cache, cycle->file);
   }
 }
 
@@ -279,6 +281,7 @@ bool ReceiveCycle(HttpBaseCache* cache, void* buffer) {
   cycle.file = cycle.node->cacheFile;
   cycle.generation = cache->generation;
   cycle.startPos = cache->currentRecvPos;
+  cycle.preparesNext = true;
   cache->cycleNode = cycle.node;
   const Outcome outcome = Receive(cache, &cycle, static_cast<uint8_t*>(buffer));
   cache->cycleNode = nullptr;

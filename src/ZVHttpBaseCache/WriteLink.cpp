@@ -22,18 +22,6 @@ bool MustRest(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
          cache->giveUpWanted != 0 || IsNothingLeft(cache);
 }
 
-// Makes the next link's file without the lock, since it takes a while.
-void PrepareFile(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
-  if (cache->preparedFile != nullptr) {
-    return;
-  }
-  const char* const cacheDir = cache->localCacheParam->cacheDir;
-  LeaveLock(cache);
-  HttpBaseCacheFile* const file = MakeCacheFile(cacheDir, cache->reservedBytes, &cache->isLeaving);
-  TakeLock(cache);
-  cache->preparedFile = file;
-}
-
 bool IsWriteNodeFree(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   const CacheFileNode* const node = cache->nextWriteNode;
   return IsEmpty(node) && node != cache->lastNode;
@@ -58,7 +46,7 @@ Choice Reuse(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
 
 Choice MakeWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   const uint32_t generation = cache->generation;
-  PrepareFile(cache);
+  PrepareFile(cache, cache->reservedBytes);
   if (cache->generation != generation || MustRest(cache)) {
     return kNoLongerWanted;
   }
@@ -169,7 +157,7 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
 void AnswerSeek(HttpBaseCache* cache) {
   if (!IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
     StopTransfer(cache);
-    PrepareFile(cache);
+    PrepareFile(cache, cache->reservedBytes);
   }
   // Another seek may have been answered from the cache meanwhile, or the file cache is to be left.
   if (cache->seekWanted == 0 || cache->abortCache != 0 || cache->giveUpWanted != 0) {

@@ -16,42 +16,23 @@ constexpr int32_t kFillerBlockBytes = 262144;
 constexpr int kFiller = 0x23;
 constexpr char kInitName[] = "ZV_HttpBaseCacheFileInitCacheFile";
 
-void CloseAndDelete(HttpBaseCacheFile* cacheFile) {
-  fclose(cacheFile->file);
-  remove(cacheFile->cacheFileName);
-}
-
 bool IsStopped(const std::atomic<int32_t>* stop) {
   return stop != nullptr && stop->load() != 0;
 }
 
-// Reserves the room on disk by writing it full, in whole blocks. The last flush may be the one that finds the disk full.
-bool Reserve(FILE* file, const void* block, int32_t size, const std::atomic<int32_t>* stop) {
-  for (int64_t left = size; left > 0; left -= kFillerBlockBytes) {
+// Writes filler from the end of the room on, in whole blocks. The last flush may be the one that finds the disk full.
+bool WriteFiller(HttpBaseCacheFile* cacheFile, const void* block, int32_t room, const std::atomic<int32_t>* stop) {
+  FILE* const file = cacheFile->file;
+  if (fseek(file, cacheFile->fileSize, SEEK_SET) != 0) {
+    return false;
+  }
+  for (int64_t left = static_cast<int64_t>(room) - cacheFile->fileSize; left > 0; left -= kFillerBlockBytes) {
     fwrite(block, 1, static_cast<size_t>(kFillerBlockBytes), file);
     if (ferror(file) != 0 || IsStopped(stop)) {
       return false;
     }
   }
   return fflush(file) == 0 && fseek(file, 0, SEEK_SET) == 0;
-}
-
-bool PreWrite(HttpBaseCacheFile* cacheFile, int32_t size, const std::atomic<int32_t>* stop) {
-  void* preWriteData = ZV_Malloc(static_cast<size_t>(kFillerBlockBytes));
-  if (preWriteData == nullptr) {
-    LOG_ERROR_AS(kInitName, "%s preWriteData failed for no memory");
-    return false;
-  }
-  const ScopeGuard freeBlock([&preWriteData] { ZV_Free(&preWriteData); });
-  memset(preWriteData, kFiller, static_cast<size_t>(kFillerBlockBytes));
-  if (!Reserve(cacheFile->file, preWriteData, size, stop)) {
-    if (!IsStopped(stop)) {
-      LOG_ERROR_AS(kInitName, "%s failed for write file %s", cacheFile->cacheFileName);
-    }
-    return false;
-  }
-  cacheFile->fileSize = size;
-  return true;
 }
 
 // As the runtime prints an address. Windows prints all digits, in upper case and without a prefix; MinGW's own does not.
@@ -80,11 +61,7 @@ char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath) {
   return name;
 }
 
-HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize) {
-  return MakeCacheFile(filePath, preWriteSize, nullptr);
-}
-
-HttpBaseCacheFile* MakeCacheFile(const char* filePath, int32_t preWriteSize, const std::atomic<int32_t>* stop) {
+HttpBaseCacheFile* MakeEmptyCacheFile(const char* filePath) {
   if (filePath == nullptr) {
     LOG_ERROR_AS(kInitName, "%s input param filePath is NULL");
     return nullptr;
@@ -106,12 +83,37 @@ HttpBaseCacheFile* MakeCacheFile(const char* filePath, int32_t preWriteSize, con
     LOG_ERROR_AS(kInitName, "%s failed for open %s", cacheFile->cacheFileName);
     return nullptr;
   }
-  if (preWriteSize > 0 && !PreWrite(cacheFile, preWriteSize, stop)) {
-    CloseAndDelete(cacheFile);
-    return nullptr;
-  }
   freeName.Dismiss();
   freeRecord.Dismiss();
+  return cacheFile;
+}
+
+bool ReserveRoom(HttpBaseCacheFile* cacheFile, int32_t room, const std::atomic<int32_t>* stop) {
+  if (room <= cacheFile->fileSize) {
+    return true;
+  }
+  void* preWriteData = ZV_Malloc(static_cast<size_t>(kFillerBlockBytes));
+  if (preWriteData == nullptr) {
+    LOG_ERROR_AS(kInitName, "%s preWriteData failed for no memory");
+    return false;
+  }
+  const ScopeGuard freeBlock([&preWriteData] { ZV_Free(&preWriteData); });
+  memset(preWriteData, kFiller, static_cast<size_t>(kFillerBlockBytes));
+  if (!WriteFiller(cacheFile, preWriteData, room, stop)) {
+    if (!IsStopped(stop)) {
+      LOG_ERROR_AS(kInitName, "%s failed for write file %s", cacheFile->cacheFileName);
+    }
+    return false;
+  }
+  cacheFile->fileSize = room;
+  return true;
+}
+
+HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize) {
+  HttpBaseCacheFile* cacheFile = MakeEmptyCacheFile(filePath);
+  if (cacheFile != nullptr && !ReserveRoom(cacheFile, preWriteSize, nullptr)) {
+    ZV_HttpBaseCacheFileReleaseCacheFile(&cacheFile);
+  }
   return cacheFile;
 }
 
@@ -123,7 +125,8 @@ void ZV_HttpBaseCacheFileReleaseCacheFile(HttpBaseCacheFile** cacheFile) {
     LOG_ERROR("%s cache file failed");
     return;
   }
-  CloseAndDelete(*cacheFile);
+  fclose((*cacheFile)->file);
+  remove((*cacheFile)->cacheFileName);
   ZV_Free(&(*cacheFile)->cacheFileName);
   ZV_Free(cacheFile);
 }

@@ -22,7 +22,7 @@ struct HttpBaseCacheFile {
   int64_t startPosInStream;  // position of the byte at offset 0
   int32_t cacheSize;         // bytes of the stream in the file
   int32_t unreadSize;        // of those, not yet read
-  int32_t fileSize;          // bytes reserved when it was made
+  int32_t fileSize;          // bytes reserved so far
   int32_t isLast;            // 1: holds the stream's last byte
   int32_t isWriteFinish;     // 1: nothing more will be appended
 };
@@ -31,8 +31,10 @@ struct HttpBaseCacheFile {
 char* ZV_HttpBaseCacheFileMakeCacheFileName(const char* filePath);
 // A new file below the prefix filePath, with room for preWriteSize bytes; null when anything fails, with nothing left.
 HttpBaseCacheFile* ZV_HttpBaseCacheFileInitCacheFile(const char* filePath, int32_t preWriteSize);
-// The same; also null as soon as *stop is not 0. stop may be null.
-HttpBaseCacheFile* MakeCacheFile(const char* filePath, int32_t preWriteSize, const std::atomic<int32_t>* stop);
+// The two halves of that, for those who reserve the room bit by bit: a file without any, and then more of it, up to `room`
+// bytes. False when they cannot be had, or as soon as *stop (may be null) is not 0: then the file is only good for release.
+HttpBaseCacheFile* MakeEmptyCacheFile(const char* filePath);
+bool ReserveRoom(HttpBaseCacheFile* cacheFile, int32_t room, const std::atomic<int32_t>* stop);
 // Closes the file and deletes it from disk.
 void ZV_HttpBaseCacheFileReleaseCacheFile(HttpBaseCacheFile** cacheFile);
 

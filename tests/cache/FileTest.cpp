@@ -53,10 +53,11 @@ TEST_F(FileTest, RoomIsReservedInWholeBlocks) {
   }
 }
 
-TEST_F(FileTest, AFileThatIsNoLongerWantedIsNotMade) {
+TEST_F(FileTest, TheRoomOfAFileThatIsNoLongerWantedIsNotReserved) {
   const std::atomic<int32_t> stop{1};
-  EXPECT_EQ(MakeCacheFile(Prefix().c_str(), 8388608, &stop), nullptr);
-  EXPECT_EQ(FilesInFolder(), 0);
+  file_ = MakeEmptyCacheFile(Prefix().c_str());
+  ASSERT_NE(file_, nullptr);
+  EXPECT_FALSE(ReserveRoom(file_, 8388608, &stop));
 }
 
 TEST_F(FileTest, BytesComeBackInOrderWhileMoreAreWritten) {
