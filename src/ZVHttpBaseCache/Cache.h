@@ -63,8 +63,8 @@ void ZV_HttpBaseCacheDeleteNode(HttpBaseCache* cache, CacheFileNode* target) ZV_
 CacheFileNode* NewLink(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 // Takes a link out of the chain, whose links still count it.
 void Unlink(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition);
-// Puts a link where its bytes from currentReadPos on belong.
-void InsertAtReadPos(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition);
+// Puts a link where its bytes from `position` on belong.
+void InsertAt(HttpBaseCache* cache, CacheFileNode* node, int64_t position) ZV_REQUIRES(cache->cacheCondition);
 // Empties a link's file; a link that held the stream's end holds it no more.
 void ResetLink(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition);
 // Deletes every link and file.
@@ -108,6 +108,11 @@ void ZV_HttpBaseCacheOpenHttpBaseInternal(HttpBaseCache* cache) ZV_REQUIRES(cach
 // Leaves the file cache: streaming goes on from the downloader.
 void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 
+// Save.cpp: on the CacheThread; the lock is given up
+// Before a request is replaced: what it has brought and nobody has stored goes into a link of its own, unless that is not
+// worth a file.
+void SaveReceived(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
+
 // RespKeys.cpp
 void FreeRespKeys(HttpBaseCache* cache) ZV_EXCLUDES(cache->mutex);
 // The downloader forgets its keys when it is closed: before, and after.
@@ -116,7 +121,7 @@ void RestoreRespKeys(HttpBaseCache* cache) ZV_EXCLUDES(cache->mutex);
 
 // Receive.cpp: on the CacheThread
 // Fills the write link until there is a reason to stop. False when its file cannot be written at all.
-bool ReceiveCycle(HttpBaseCache* cache, void* buffer) ZV_REQUIRES(cache->cacheCondition);
+bool ReceiveCycle(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 
 // CacheThread.cpp
 int32_t ZV_HttpBaseCacheStartCache(HttpBaseCache* cache);

@@ -53,23 +53,23 @@ bool AwaitResponse(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   return cache->abortCache == 0 && !HasRequest(cache);
 }
 
-bool HasBuffer(void** buffer) {
-  if (*buffer == nullptr) {
-    *buffer = ZV_Calloc(static_cast<size_t>(kReceiveBytes));
+bool HasBuffer(HttpBaseCache* cache) {
+  if (cache->recvBuffer == nullptr) {
+    cache->recvBuffer = ZV_Calloc(static_cast<size_t>(kReceiveBytes));
   }
-  return *buffer != nullptr;
+  return cache->recvBuffer != nullptr;
 }
 
-void RunCycle(HttpBaseCache* cache, void** buffer) ZV_REQUIRES(cache->cacheCondition) {
+void RunCycle(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   if (!AwaitWork(cache) || AnswerRequest(cache) || !AwaitResponse(cache)) {
     return;
   }
-  if (!HasBuffer(buffer)) {
+  if (!HasBuffer(cache)) {
     LOG_ERROR_AS("CacheThread", "%s recv data failed");
     ZV_HttpBaseResumeMemoryCache(cache);
     return;
   }
-  if (!ReceiveCycle(cache, *buffer)) {
+  if (!ReceiveCycle(cache)) {
     ZV_HttpBaseResumeMemoryCache(cache);
     return;
   }
@@ -103,15 +103,14 @@ int32_t CacheThread(void* argument) {
   HttpBaseCache* const cache = static_cast<HttpBaseCache*>(argument);
   EnterCacheThread(cache);
   LOG_TRACE("%s Enter");
-  void* buffer = nullptr;
-  HasBuffer(&buffer);
+  HasBuffer(cache);
   TakeLock(cache);
   while (cache->abortCache == 0) {
-    RunCycle(cache, &buffer);
+    RunCycle(cache);
   }
   LOG_TRACE("%s abort cache for calling release");
   LeaveLock(cache);
-  ZV_Free(&buffer);
+  ZV_Free(&cache->recvBuffer);
   LOG_TRACE("%s Exit");
   return 0;
 }

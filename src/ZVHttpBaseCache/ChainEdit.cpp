@@ -108,17 +108,17 @@ void ResetLink(HttpBaseCache* cache, CacheFileNode* node) {
   ZV_HttpBaseCacheFileReset(node->cacheFile);
 }
 
-void InsertAtReadPos(HttpBaseCache* cache, CacheFileNode* node) {
+void InsertAt(HttpBaseCache* cache, CacheFileNode* node, int64_t position) {
   CacheFileNode* const last = LastLink(cache);
-  if (last == nullptr || cache->currentReadPos < StartOf(cache->headNode)) {
+  if (last == nullptr || position < StartOf(cache->headNode)) {
     node->next = cache->headNode;
     cache->headNode = node;
     return;
   }
   CacheFileNode* before = last;
-  if (cache->currentReadPos < EndOf(last)) {
+  if (position < EndOf(last)) {
     before = cache->headNode;
-    while (before->next != last && before->next != nullptr && StartOf(before->next) <= cache->currentReadPos) {
+    while (before->next != last && before->next != nullptr && StartOf(before->next) <= position) {
       before = before->next;
     }
   }
@@ -164,7 +164,7 @@ CacheFileNode* ZV_HttpBaseCacheAddNewCacheFileNode(HttpBaseCache* cache) {
   }
   LOG_TRACE("%s make new cacheFile success %s currentReadPos=%lld",
             Printable(ZV_HttpBaseCacheFileGetFileName(node->cacheFile)), Wide(cache->currentReadPos));
-  InsertAtReadPos(cache, node);
+  InsertAt(cache, node, cache->currentReadPos);
   ReuseForSeek(cache, node);
   return node;
 }
@@ -196,7 +196,7 @@ void ZV_HttpBaseCacheReuseNodeForSeek(HttpBaseCache* cache) {
   if (a == nullptr) {
     // No gap holds the position, which an ordered chain never shows; the link still goes where it belongs.
     if (last != first) {
-      InsertAtReadPos(cache, last);
+      InsertAt(cache, last, cache->currentReadPos);
     }
     return;
   }

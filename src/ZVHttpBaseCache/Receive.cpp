@@ -12,7 +12,6 @@ namespace {
 
 constexpr char kName[] = "CacheThread";
 constexpr uint32_t kFastBytes = 32768;
-constexpr uint32_t kLargeBytes = kReceiveBytes / 4 * 3;
 constexpr int32_t kGatherMs = 1;
 
 struct Cycle {
@@ -26,10 +25,15 @@ struct Cycle {
 
 enum Outcome { kFull, kFinished, kDropped, kWriteFailed, kAborted };
 
-bool MustDrop(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
-  return cache->isWaitForHttpNotify != 0 || cache->abortCurrRecving != 0 || cache->connectionLost != 0 ||
-         cache->generation != cycle.generation || cycle.file->isWriteFinish != 0 ||
+// What has been taken does not belong at the end of the file.
+bool IsMisplaced(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
+  return cache->isWaitForHttpNotify != 0 || cache->connectionLost != 0 || cycle.file->isWriteFinish != 0 ||
          EndOf(cycle.node) != cache->currentRecvPos;
+}
+
+// Or it does, but the player has gone elsewhere.
+bool MustDrop(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
+  return IsMisplaced(cache, cycle) || cache->abortCurrRecving != 0 || cache->generation != cycle.generation;
 }
 
 bool IsThreadWanted(void* cache) {
@@ -48,12 +52,12 @@ uint32_t CutToRange(HttpBaseCache* cache, uint32_t* count) ZV_REQUIRES(cache->ca
   return skipped;
 }
 
-// 0 or 1, as a write of the file.
-int32_t StoreBlock(HttpBaseCache* cache, const Cycle& cycle, const uint8_t* bytes, uint32_t count)
-    ZV_REQUIRES(cache->cacheCondition) {
+// What was received, from `first` on. 0 or 1, as a write of the file.
+int32_t StoreBlock(HttpBaseCache* cache, const Cycle& cycle, uint32_t first) ZV_REQUIRES(cache->cacheCondition) {
+  const uint32_t count = cycle.received;
   cache->busyNode = cycle.node;
   LeaveLock(cache);
-  const int32_t failed = PutBytes(cycle.file, bytes, count);
+  const int32_t failed = PutBytes(cycle.file, static_cast<const uint8_t*>(cache->recvBuffer) + first, count);
   TakeLock(cache);
   cache->busyNode = nullptr;
   if (cache->fileWaiters > 0) {
@@ -71,12 +75,12 @@ int32_t StoreBlock(HttpBaseCache* cache, const Cycle& cycle, const uint8_t* byte
 }
 
 // Waits for bytes without the lock and takes them. Gives what the downloader's Read gave.
-int32_t TakeBytes(HttpBaseCache* cache, void* buffer, uint32_t* count) ZV_REQUIRES(cache->cacheCondition) {
+int32_t TakeBytes(HttpBaseCache* cache, uint32_t* count) ZV_REQUIRES(cache->cacheCondition) {
   cache->threadWanted.store(0);
   LeaveLock(cache);
   ZVIner_WaitReadable(cache->httpBase, INT32_MAX, IsThreadWanted, cache);
   *count = 0;
-  const int32_t more = IsThreadWanted(cache) ? 1 : ZV_HttpBaseRead(cache->httpBase, buffer, kReceiveBytes, count);
+  const int32_t more = IsThreadWanted(cache) ? 1 : ZV_HttpBaseRead(cache->httpBase, cache->recvBuffer, kReceiveBytes, count);
   TakeLock(cache);
   return more;
 }
@@ -95,7 +99,7 @@ void LetReadersGoFirst(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) 
   }
 }
 
-Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES(cache->cacheCondition) {
+Outcome Receive(HttpBaseCache* cache, Cycle* cycle) ZV_REQUIRES(cache->cacheCondition) {
   for (;;) {
     if (IsWorthGathering(*cycle)) {
       WaitOnFor(cache, kGatherMs);
@@ -109,16 +113,16 @@ Outcome Receive(HttpBaseCache* cache, Cycle* cycle, uint8_t* buffer) ZV_REQUIRES
     if (cycle->file->cacheSize + kReceiveBytes > cycle->file->fileSize) {
       return kFull;
     }
-    const int32_t more = TakeBytes(cache, buffer, &cycle->received);
+    const int32_t more = TakeBytes(cache, &cycle->received);
     if (cycle->received > 0) {
       LetReadersGoFirst(cache);
     }
-    if (cycle->received > 0 && (cache->abortCache != 0 || MustDrop(cache, *cycle))) {
+    if (cycle->received > 0 && (cache->abortCache != 0 || IsMisplaced(cache, *cycle))) {
       cache->connectionLost = 1;  // these bytes are gone
       return cache->abortCache != 0 ? kAborted : kDropped;
     }
     const uint32_t skipped = CutToRange(cache, &cycle->received);
-    if (cycle->received > 0 && StoreBlock(cache, *cycle, buffer + skipped, cycle->received) != 0) {
+    if (cycle->received > 0 && StoreBlock(cache, *cycle, skipped) != 0) {
       return kWriteFailed;
     }
     if (more == 0 || cache->currentRecvPos == cache->lastRangeEnd) {
@@ -275,7 +279,7 @@ bool EndCycle(HttpBaseCache* cache, const Cycle& cycle, Outcome outcome) ZV_REQU
 
 }  // namespace
 
-bool ReceiveCycle(HttpBaseCache* cache, void* buffer) {
+bool ReceiveCycle(HttpBaseCache* cache) {
   Cycle cycle = {};
   cycle.node = cache->nextWriteNode;
   cycle.file = cycle.node->cacheFile;
@@ -283,7 +287,7 @@ bool ReceiveCycle(HttpBaseCache* cache, void* buffer) {
   cycle.startPos = cache->currentRecvPos;
   cycle.preparesNext = true;
   cache->cycleNode = cycle.node;
-  const Outcome outcome = Receive(cache, &cycle, static_cast<uint8_t*>(buffer));
+  const Outcome outcome = Receive(cache, &cycle);
   cache->cycleNode = nullptr;
   return EndCycle(cache, cycle, outcome);
 }

@@ -40,6 +40,7 @@ constexpr int32_t kMaxLinks = 300;
 constexpr int32_t kDefaultTargetBytes = 5242880;
 constexpr int32_t kDefaultBytesPerSecond = 1048576;
 constexpr int32_t kReceiveBytes = 524288;
+constexpr uint32_t kLargeBytes = kReceiveBytes / 4 * 3;  // of one read: more waits, or soon comes
 constexpr int32_t kLeastCacheTimeSeconds = 40;
 constexpr int32_t kCalls = 16;
 
@@ -122,6 +123,7 @@ struct HttpBaseCache {
   CacheFileNode* cycleNode ZV_GUARDED_BY(cacheCondition);         // the link that the CacheThread fills, or null
   CacheFileNode* busyNode ZV_GUARDED_BY(cacheCondition);          // null
   int32_t fileWaiters ZV_GUARDED_BY(cacheCondition);              // readers that wait for busyNode's file
+  void* recvBuffer;                    // the CacheThread's alone, kReceiveBytes; null while there is no memory
   HttpBaseCacheFile* preparedFile ZV_GUARDED_BY(cacheCondition);  // made without the lock for the next link, or null
   uint32_t generation ZV_GUARDED_BY(cacheCondition);
   uint32_t requestGeneration ZV_GUARDED_BY(cacheCondition);  // generation that the open request's bytes belong to

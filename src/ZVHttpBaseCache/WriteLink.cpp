@@ -64,7 +64,19 @@ Choice MakeWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   return kChosen;
 }
 
+// Where the player goes on, the open request does not.
+bool MustSave(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  return ZV_HttpBaseCacheGetContinuousEnd(cache, cache->currentReadNode, nullptr) != cache->currentRecvPos;
+}
+
 Choice ChooseWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  const uint32_t generation = cache->generation;
+  if (MustSave(cache)) {
+    SaveReceived(cache);
+  }
+  if (cache->generation != generation || MustRest(cache)) {
+    return kNoLongerWanted;
+  }
   if (IsWriteNodeFree(cache)) {
     MoveFreeWriteNode(cache);
     return kChosen;
@@ -113,7 +125,7 @@ void PlaceSeekNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
     Unlink(cache, node);
     ResetLink(cache, node);
     ZV_HttpBaseCacheFileSetStartPosInStream(node->cacheFile, cache->currentReadPos);
-    InsertAtReadPos(cache, node);
+    InsertAt(cache, node, cache->currentReadPos);
     cache->currentReadNode = node;
   } else if (cache->cacheFileNodeNum >= kMaxLinks) {
     ZV_HttpBaseCacheReuseNodeForSeek(cache);
@@ -155,7 +167,9 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
 }
 
 void AnswerSeek(HttpBaseCache* cache) {
-  if (!IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
+  SaveReceived(cache);
+  const bool saved = ZV_HttpBaseCacheFindReadNode(cache) != nullptr;  // then the request may go on
+  if (!saved && !IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
     StopTransfer(cache);
     PrepareFile(cache, cache->reservedBytes);
   }
