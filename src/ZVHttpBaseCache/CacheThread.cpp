@@ -15,6 +15,7 @@ namespace {
 bool AwaitWork(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   while (cache->abortCache == 0 && cache->cacheThreadSignaled == 0 && !HasRequest(cache)) {
     LOG_TRACE_AS("CacheThread", "%s wait for signal");
+    cache->isResting = 1;
     WaitOn(cache);
   }
   LOG_TRACE_AS("CacheThread", "%s has been signaled");

@@ -286,6 +286,7 @@ bool ReceiveCycle(HttpBaseCache* cache) {
   cycle.generation = cache->generation;
   cycle.startPos = cache->currentRecvPos;
   cycle.preparesNext = true;
+  cache->isResting = 0;
   cache->cycleNode = cycle.node;
   const Outcome outcome = Receive(cache, &cycle);
   cache->cycleNode = nullptr;

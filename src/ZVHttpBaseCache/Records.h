@@ -92,6 +92,7 @@ struct HttpBaseCache {
   int32_t abortCurrRecving ZV_GUARDED_BY(cacheCondition);       // 0; 1: stop filling the current file
   int32_t cacheThreadSignaled ZV_GUARDED_BY(cacheCondition);    // 0; 1: there is something to receive
   int32_t abortCache ZV_GUARDED_BY(cacheCondition);             // 0; 1: the CacheThread is to end
+  int32_t isResting ZV_GUARDED_BY(cacheCondition);  // 0; 1: nobody stores what the open request brings meanwhile
   int32_t targetCacheSize ZV_GUARDED_BY(cacheCondition);
   int32_t cacheFileNodeNum ZV_GUARDED_BY(cacheCondition);
   int32_t sizePerSecond ZV_GUARDED_BY(cacheCondition);

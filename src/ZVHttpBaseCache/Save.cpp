@@ -13,9 +13,11 @@ constexpr char kName[] = "CacheThread";
 // More than a downloader's buffer holds at first: a fast transfer that goes on meanwhile must not be followed for ever.
 constexpr int32_t kMostSavedBytes = 4194304;
 
-// The downloader gives the bytes at currentRecvPos, and there is a link to be had.
+// The downloader has had time to fill its buffer with the bytes from currentRecvPos on, and there is a link to be had.
+// Of a transfer that was being stored until now little is there, or it is so fast that sending it again is the smaller
+// harm.
 bool MaySave(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
-  return cache->everOpened != 0 && cache->connectionLost == 0 && cache->isWaitForHttpNotify == 0 &&
+  return cache->isResting != 0 && cache->everOpened != 0 && cache->connectionLost == 0 && cache->isWaitForHttpNotify == 0 &&
          cache->requestOutstanding == 0 && cache->skipBytes == 0 && cache->abortCache == 0 &&
          cache->recvBuffer != nullptr && cache->cacheFileNodeNum < kMaxLinks;
 }

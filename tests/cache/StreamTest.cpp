@@ -9,7 +9,17 @@ using testing::ElementsAre;
 constexpr uint64_t kMb = 1000000;
 constexpr uint64_t kFile = 8388608;
 
-using StreamTest = CacheTest;
+class StreamTest : public CacheTest {
+ protected:
+  // Enough is cached, and the downloader's own buffer is full but for less than a block. Gives where that begins.
+  int64_t AwaitFullBuffer(const CachePlayer& player) {
+    EXPECT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->isCacheFinish != 0; }));
+    EXPECT_TRUE(player.WaitUntilResting());
+    const int64_t stored = player.Ask([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->currentRecvPos; });
+    EXPECT_TRUE(WaitUntil([&] { return server_.Log().front().bodySent > static_cast<uint64_t>(stored) + 3 * kMb; }));
+    return stored;
+  }
+};
 
 TEST_F(StreamTest, AStreamIsReadToItsEnd) {
   for (const uint64_t length : {uint64_t{0}, uint64_t{1}, kMb, kFile, kFile + 1, 20 * kMb}) {
@@ -53,7 +63,7 @@ TEST_F(StreamTest, TheDownloadRestsWhenEnoughIsCachedAndGoesOnOverTheSameConnect
   player.Open(Url());
   ASSERT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->isCacheFinish != 0; }));
   ASSERT_TRUE(player.WaitUntilResting());
-  EXPECT_EQ(FilesInFolder(), 1);
+  EXPECT_EQ(FilesInFolder(), 2);  // the one that is full, and the next
   // The downloader may still be filling its own buffer.
   EXPECT_TRUE(WaitUntil([] {
     fault_platform::ResetCounts();
@@ -100,6 +110,31 @@ TEST_F(StreamTest, ASeekOutsideAsksForTheGapOnly) {
     asked += request.bodySent;
   }
   EXPECT_LT(asked, 85 * kMb);  // connections that were left had some bytes on the way
+}
+
+TEST_F(StreamTest, WhatARestingDownloaderHoldsIsKeptWhenThePlayerSeeksAway) {
+  const origin::Resource media = Put("/media", 60 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  const int64_t stored = AwaitFullBuffer(player);
+  ASSERT_EQ(player.Seek(40 * kMb), 0);
+  ASSERT_EQ(player.ReadSome(media, kMb), "");
+  ASSERT_EQ(player.Seek(stored + 2 * kMb), 0);
+  EXPECT_EQ(player.Count(kOk), 3);  // before Open returned: from the cache
+  EXPECT_EQ(player.Seek(0), 0);
+  EXPECT_EQ(player.ReadAll(media), EndAt(60 * kMb));
+}
+
+TEST_F(StreamTest, ASeekToWhatARestingDownloaderHoldsNeedsNoRequest) {
+  const origin::Resource media = Put("/media", 60 * kMb);
+  CachePlayer player;
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  const int64_t stored = AwaitFullBuffer(player);
+  ASSERT_EQ(player.Seek(stored + 1000), 0);
+  EXPECT_EQ(player.ReadAll(media), EndAt(60 * kMb));
+  EXPECT_EQ(server_.RequestCount(), 1);
 }
 
 TEST_F(StreamTest, TheFirstOpenMayBeASeek) {
