@@ -122,6 +122,8 @@ void RestoreRespKeys(HttpBaseCache* cache) ZV_EXCLUDES(cache->mutex);
 // Receive.cpp: on the CacheThread
 // Fills the write link until there is a reason to stop. False when its file cannot be written at all.
 bool ReceiveCycle(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
+// Fills recvBuffer with what the downloader has, without waiting. Gives what its Read gave last.
+int32_t ReadBlock(HttpBaseCache* cache, uint32_t* count);
 
 // CacheThread.cpp
 int32_t ZV_HttpBaseCacheStartCache(HttpBaseCache* cache);

@@ -80,7 +80,7 @@ int32_t TakeBytes(HttpBaseCache* cache, uint32_t* count) ZV_REQUIRES(cache->cach
   LeaveLock(cache);
   ZVIner_WaitReadable(cache->httpBase, INT32_MAX, IsThreadWanted, cache);
   *count = 0;
-  const int32_t more = IsThreadWanted(cache) ? 1 : ZV_HttpBaseRead(cache->httpBase, cache->recvBuffer, kReceiveBytes, count);
+  const int32_t more = IsThreadWanted(cache) ? 1 : ReadBlock(cache, count);
   TakeLock(cache);
   return more;
 }
@@ -278,6 +278,20 @@ bool EndCycle(HttpBaseCache* cache, const Cycle& cycle, Outcome outcome) ZV_REQU
 }
 
 }  // namespace
+
+int32_t ReadBlock(HttpBaseCache* cache, uint32_t* count) {
+  uint8_t* const buffer = static_cast<uint8_t*>(cache->recvBuffer);
+  constexpr uint32_t kSize = kReceiveBytes;
+  uint32_t received = 0;
+  int32_t more = 1;
+  *count = 0;
+  do {  // one read ends where a piece of the downloader's buffer does
+    received = 0;
+    more = ZV_HttpBaseRead(cache->httpBase, buffer + *count, kSize - *count, &received);
+    *count += received;
+  } while (more == 1 && received > 0 && *count < kSize);
+  return more;
+}
 
 bool ReceiveCycle(HttpBaseCache* cache) {
   Cycle cycle = {};

@@ -22,16 +22,11 @@ bool MaySave(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
          cache->recvBuffer != nullptr && cache->cacheFileNodeNum < kMaxLinks;
 }
 
-// A block of what is there, without waiting; how much of it the request asked for. One read ends where a piece of the
-// downloader's buffer does.
+// A block of what is there; how much of it the request asked for.
 uint32_t TakeBlock(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
-  uint8_t* const buffer = static_cast<uint8_t*>(cache->recvBuffer);
   uint32_t count = 0;
   LeaveLock(cache);
-  for (uint32_t more = 1; more > 0 && count < kReceiveBytes; count += more) {
-    more = 0;
-    ZV_HttpBaseRead(cache->httpBase, buffer + count, kReceiveBytes - count, &more);
-  }
+  ReadBlock(cache, &count);
   TakeLock(cache);
   const int64_t wanted = cache->lastRangeEnd < 0 ? count : cache->lastRangeEnd - cache->currentRecvPos;
   return static_cast<uint32_t>(std::min<int64_t>(count, wanted));
