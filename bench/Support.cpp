@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr auto kAwaitStep = std::chrono::microseconds(200);
-
 int32_t RecordMessage(void* userData, int32_t code) {
   if (code != ZV_HTTP_CODE_OK && code != ZV_HTTP_CODE_REDIRECTED) {
     static_cast<Outcome*>(userData)->failureCode = code;
@@ -49,13 +47,14 @@ double MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-void AwaitThat(const std::string& what, const std::function<bool()>& predicate, std::chrono::seconds limit) {
+void AwaitThat(const std::string& what, const std::function<bool()>& predicate, std::chrono::seconds limit,
+               std::chrono::microseconds step) {
   const auto deadline = Clock::now() + limit;
   while (!predicate()) {
     if (Clock::now() > deadline) {
       throw std::runtime_error("in vain waited until " + what);
     }
-    std::this_thread::sleep_for(kAwaitStep);
+    std::this_thread::sleep_for(step);
   }
 }
 

@@ -35,10 +35,11 @@ void OpenUrl(HttpBase* handle, const std::string& url);
 double MillisecondsSince(Clock::time_point start);
 
 constexpr auto kAwaitLimit = std::chrono::seconds(10);
+constexpr auto kAwaitStep = std::chrono::microseconds(200);
 
 // Waits in short steps until predicate holds; throws, naming what was awaited, when the limit has passed.
 void AwaitThat(const std::string& what, const std::function<bool()>& predicate,
-               std::chrono::seconds limit = kAwaitLimit);
+               std::chrono::seconds limit = kAwaitLimit, std::chrono::microseconds step = kAwaitStep);
 
 // A new folder in the system's temporary one, removed with all its files at the end.
 class ScratchFolder {

@@ -11,7 +11,8 @@ constexpr int32_t kStepBytes = 2097152;
 
 // What the present file has no room for would need another one.
 bool NeedsNextFile(HttpBaseCache* cache, const HttpBaseCacheFile* present) ZV_REQUIRES(cache->cacheCondition) {
-  const bool ends = IsLengthKnown(cache) && cache->contentLength.load() <= present->startPosInStream + present->fileSize;
+  const bool ends =
+      IsLengthKnown(cache) && cache->contentLength.load() <= present->startPosInStream + present->fileSize;
   return !ends && cache->cacheFileNodeNum < kMaxLinks && cache->seekWanted == 0;
 }
 

@@ -120,11 +120,11 @@ struct HttpBaseCache {
   std::atomic<int32_t> fileCacheMade;  // 0; 1 for good once the file cache has been on
   std::atomic<int32_t> threadWanted;   // 1: the CacheThread is to stop waiting for bytes
   std::atomic<int32_t> isLeaving;      // 0; 1 for good: files are no longer wanted, not even the one that is being made
-  CallList calls ZV_GUARDED_BY(cacheCondition);                   // empty whenever the lock is free
-  CacheFileNode* cycleNode ZV_GUARDED_BY(cacheCondition);         // the link that the CacheThread fills, or null
-  CacheFileNode* busyNode ZV_GUARDED_BY(cacheCondition);          // null
-  int32_t fileWaiters ZV_GUARDED_BY(cacheCondition);              // readers that wait for busyNode's file
-  void* recvBuffer;                    // the CacheThread's alone, kReceiveBytes; null while there is no memory
+  CallList calls ZV_GUARDED_BY(cacheCondition);            // empty whenever the lock is free
+  CacheFileNode* cycleNode ZV_GUARDED_BY(cacheCondition);  // the link that the CacheThread fills, or null
+  CacheFileNode* busyNode ZV_GUARDED_BY(cacheCondition);   // null
+  int32_t fileWaiters ZV_GUARDED_BY(cacheCondition);       // readers that wait for busyNode's file
+  void* recvBuffer;  // the CacheThread's alone, kReceiveBytes; null while there is no memory
   HttpBaseCacheFile* preparedFile ZV_GUARDED_BY(cacheCondition);  // made without the lock for the next link, or null
   uint32_t generation ZV_GUARDED_BY(cacheCondition);
   uint32_t requestGeneration ZV_GUARDED_BY(cacheCondition);  // generation that the open request's bytes belong to

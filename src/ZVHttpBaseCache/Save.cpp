@@ -17,9 +17,9 @@ constexpr int32_t kMostSavedBytes = 4194304;
 // Of a transfer that was being stored until now little is there, or it is so fast that sending it again is the smaller
 // harm.
 bool MaySave(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
-  return cache->isResting != 0 && cache->everOpened != 0 && cache->connectionLost == 0 && cache->isWaitForHttpNotify == 0 &&
-         cache->requestOutstanding == 0 && cache->skipBytes == 0 && cache->abortCache == 0 &&
-         cache->recvBuffer != nullptr && cache->cacheFileNodeNum < kMaxLinks;
+  return cache->isResting != 0 && cache->everOpened != 0 && cache->connectionLost == 0 &&
+         cache->isWaitForHttpNotify == 0 && cache->requestOutstanding == 0 && cache->skipBytes == 0 &&
+         cache->abortCache == 0 && cache->recvBuffer != nullptr && cache->cacheFileNodeNum < kMaxLinks;
 }
 
 // A block of what is there; how much of it the request asked for.
