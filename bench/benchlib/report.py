@@ -22,7 +22,7 @@ NOTES = (
     "One range at a time and connection: without a cap, a long line gives n connections at most n ranges per round trip.",
     "Resume is timed from outside and contains emptying the buffer by reading.",
     "The caches keep their files in the system's temporary folder, and so does `ffmpeg cache:`. Filling is timed inside the process, "
-    "from Open until everything is in the cache; the disk's figure is one file written in blocks of 512 KiB, each flushed to "
+    "from Open until everything is in the cache; what the disk and the system's memory take is one file written in blocks of 512 KiB, each flushed to "
     "the system. `ffmpeg` reads bytes as bytes (`-f data`) and drops them. mpv, whose cache would be another peer, is not "
     "measured.",
     "The session: 256 MiB that last 600 s, over a line of 5 or 20 MiB/s; half of the seeks go at most 30 s back or forth, half "
