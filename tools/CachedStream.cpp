@@ -173,13 +173,22 @@ bool CachedStream::AwaitAnswer() const {
 // Nothing has come: whether something has been told that nothing will make good for. In the middle of the stream the
 // cache asks again after an error status, for as long as it is read.
 bool CachedStream::IsFailureFinal() {
-  if (messages_.failureCode != 0 || !messages_.isAnswered) {
-    return HasComplaint(messages_);
+  const bool hasFailed = messages_.failureCode != 0;
+  if (!hasFailed && messages_.isAnswered) {
+    return IsStatusFinal();
   }
+  if (hasFailed && statusCount_ > 0) {
+    messages_.errorStatus = status_;  // the failure follows from it
+  }
+  return HasComplaint(messages_);
+}
+
+bool CachedStream::IsStatusFinal() {
   const int32_t status = messages_.errorStatus.exchange(0);
   if (status == 0) {
     return false;
   }
+  status_ = status;
   const int64_t now = ZV_ChronoGetTick();
   if (statusCount_ == 0 || now - statusMs_ >= kSameStatusMs) {
     statusCount_ += 1;

@@ -60,6 +60,7 @@ class CachedStream {
   void CountFirstByte();
   bool AwaitAnswer() const;
   bool IsFailureFinal();
+  bool IsStatusFinal();
   Outcome JudgeEnd() const;
 
   const CommonOptions& options_;
@@ -77,6 +78,7 @@ class CachedStream {
   bool isFirstAwaited_ = false;                     // no byte has come since
   std::vector<SeekFigure> seeks_;
   int32_t statusCount_ = 0;  // error statuses in the middle of the stream since the last byte
+  int32_t status_ = 0;       // the last of them
   int64_t statusMs_ = 0;     // the last one counted
 };
 

@@ -105,9 +105,10 @@ void TakeCode(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cacheCondit
 }  // namespace
 
 void TakeFailure(HttpBaseCache* cache, int32_t code) {
+  const bool transfer = code == ZV_HTTP_CODE_FAILED || code == ZV_HTTP_CODE_UNREACHABLE;
   LOG_TRACE_AS("HttpBaseCache_Callback_Impl", "%s http response error currentCacheSize=%d",
                ClampToInt32(cache->currentCacheSize));
-  if (code == ZV_HTTP_CODE_FAILED || code == ZV_HTTP_CODE_UNREACHABLE) {
+  if (transfer) {
     cache->isTransError = 1;
   }
   cache->isWaitForHttpNotify = 0;
@@ -118,8 +119,8 @@ void TakeFailure(HttpBaseCache* cache, int32_t code) {
   if (cache->currentCacheSize == 0) {
     cache->failureTick = ZV_ChronoGetTick();
     NoteMessage(cache, code);
-  } else {
-    cache->httpResponseError = code;
+  } else if (cache->httpResponseError == 0 || !transfer) {
+    cache->httpResponseError = code;  // a status says more than the failed transfer that follows from it
   }
   WakeCacheThread(cache);
 }

@@ -58,6 +58,20 @@ TEST_F(FailureTest, AFailureIsKeptBackUntilTheCacheIsUsedUpAndNeverReadAsMedia) 
   }
 }
 
+TEST_F(FailureTest, AKeptStatusIsNotReplacedByTheFailureThatFollowsFromIt) {
+  const origin::Resource media = Put("/media", 20 * kMb);
+  FailBehind(9 * kMb, origin::Status(403, kErrorPage));
+  CachePlayer player(1, 1);
+  player.UseFiles(Prefix());
+  const int32_t duration = 1000;
+  ZV_HttpBaseCacheSetDuration(player.Get(), &duration);
+  player.Open(Url());
+  // The downloader's own retry got the status; that it has given up is told after that.
+  ASSERT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->isTransError != 0; }));
+  EXPECT_EQ(player.Ask([](HttpBaseCache* cache) ZV_UNCHECKED { return int64_t{cache->httpResponseError}; }), 403);
+  EXPECT_EQ(player.ReadSome(media, 4 * kMb), "");
+}
+
 TEST_F(FailureTest, AFailureThatPassesIsNeverHeardOf) {
   const origin::Resource media = Put("/media", 20 * kMb);
   for (const origin::Answer& answer :
