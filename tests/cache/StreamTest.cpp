@@ -1,5 +1,6 @@
 // Whole streams through the cache: reading to the end, seeking in and out of what is cached, ends that are not announced.
 #include "CachePlayer.h"
+#include "ZVHttpBase/Records.h"
 
 namespace cache {
 namespace {
@@ -16,7 +17,9 @@ class StreamTest : public CacheTest {
     EXPECT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->isCacheFinish != 0; }));
     EXPECT_TRUE(player.WaitUntilResting());
     const int64_t stored = player.Ask([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->currentRecvPos; });
-    EXPECT_TRUE(WaitUntil([&] { return server_.Log().front().bodySent > static_cast<uint64_t>(stored) + 3 * kMb; }));
+    EXPECT_TRUE(player.WaitFor([=](HttpBaseCache* cache) {
+      return cache->httpBase->configParam.downloadedBytes.load() > stored + 3000000;
+    }));
     return stored;
   }
 };

@@ -220,10 +220,14 @@ TEST_F(FailureTest, AFailureAheadSparesTheSegmentThatIsRead) {
   half.gate = gate;
   half.gateAt = 150000;
   Fail(segments[1], half);
-  Fail(segments[2], origin::Status(503));
+  const auto failureGate = std::make_shared<origin::Gate>();
+  origin::Answer refused = origin::Status(503);
+  refused.gate = failureGate;  // a failure before the Open would be the Open's answer
+  Fail(segments[2], refused);
   const auto player = NewPlayer(segments, 2);
   EXPECT_EQ(player->Play(Url(segments[0]), segments[0]), "");
   EXPECT_EQ(player->Open(Url(segments[1]), segments[1]), 0);
+  failureGate->Open();
   ASSERT_TRUE(player->WaitFor([](HttpBaseSegCache* cache) ZV_UNCHECKED { return cache->lastError == 503; }));
   EXPECT_EQ(player->ReadTo(100000), "");
   gate->Open();
