@@ -70,6 +70,17 @@ void ResetLink(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cac
 // Deletes every link and file.
 void FreeChain(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
 
+// StreamEnd.cpp
+// The link whose last byte lies right before that position; null without one.
+CacheFileNode* LinkEndingAt(HttpBaseCache* cache, int64_t position) ZV_REQUIRES(cache->cacheCondition);
+// The stream's last byte is the link's last one.
+void MarkLast(HttpBaseCache* cache, CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition);
+// The stream ends at currentRecvPos.
+void LearnEnd(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
+// Whether the code says that nothing follows what is cached: a seek may have lost the end of a stream of unknown length.
+bool IsAnswerOfEnd(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cacheCondition);
+void TakeEnd(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);
+
 // Sizing.cpp
 // The length of the stream is known, not only that of its packed form.
 bool IsLengthKnown(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition);

@@ -97,6 +97,8 @@ void TakeCode(HttpBaseCache* cache, int32_t code) ZV_REQUIRES(cache->cacheCondit
     TakeFormerAnswer(cache, code);
   } else if (code == ZV_HTTP_CODE_OK) {
     TakeOk(cache, afterFailure);
+  } else if (IsAnswerOfEnd(cache, code)) {
+    TakeEnd(cache);
   } else {
     TakeFailure(cache, code);
   }

@@ -13,7 +13,7 @@ constexpr int32_t kStepBytes = 2097152;
 bool NeedsNextFile(HttpBaseCache* cache, const HttpBaseCacheFile* present) ZV_REQUIRES(cache->cacheCondition) {
   const bool ends =
       IsLengthKnown(cache) && cache->contentLength.load() <= present->startPosInStream + present->fileSize;
-  return !ends && cache->cacheFileNodeNum < kMaxLinks && cache->seekWanted == 0;
+  return !ends && present->cacheSize > 0 && cache->cacheFileNodeNum < kMaxLinks && cache->seekWanted == 0;
 }
 
 }  // namespace

@@ -132,14 +132,6 @@ Outcome Receive(HttpBaseCache* cache, Cycle* cycle) ZV_REQUIRES(cache->cacheCond
   }
 }
 
-void MarkLast(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
-  if (cache->lastNode != nullptr && cache->lastNode != cycle.node) {
-    cache->lastNode->cacheFile->isLast = 0;
-  }
-  cache->lastNode = cycle.node;
-  ZV_HttpBaseCacheFileSetLast(cycle.file);
-}
-
 // The stream's end, learnt earlier, lies right behind this file.
 bool ReachesEnd(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
   return IsLengthKnown(cache) && EndOf(cycle.node) == cache->contentLength.load();
@@ -157,7 +149,7 @@ void FinishFile(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cac
     return;
   }
   if (ReachesEnd(cache, cycle)) {
-    MarkLast(cache, cycle);
+    MarkLast(cache, cycle.node);
     LOG_TRACE_AS(kName, "%s 0 cacheFile %s is last", cycle.file->cacheFileName);
   }
   ZV_HttpBaseCacheFileSetWriteFinish(cycle.file);
@@ -165,7 +157,7 @@ void FinishFile(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cac
 
 void EndFullFile(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cacheCondition) {
   if (ReachesEnd(cache, cycle)) {
-    MarkLast(cache, cycle);
+    MarkLast(cache, cycle.node);
     LOG_TRACE_AS(kName, "%s 1 cacheFile %s is last", cycle.file->cacheFileName);
   }
   ZV_HttpBaseCacheFileSetWriteFinish(cycle.file);
@@ -175,12 +167,6 @@ void EndFullFile(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->ca
 }
 
 enum RequestEnd { kRangeDone, kStreamDone, kTooShort };
-
-// There is a byte right before the place where the link ends.
-bool FollowsBytes(HttpBaseCache* cache, const CacheFileNode* node) ZV_REQUIRES(cache->cacheCondition) {
-  const CacheFileNode* const before = IsEmpty(node) ? LinkBefore(cache, node) : node;
-  return before != nullptr && !IsEmpty(before) && EndOf(before) == EndOf(node);
-}
 
 // What it means that the downloader has nothing more to give, when it has reported no failure: it does that before it
 // tells of the end. At the stream's end its length is known at last.
@@ -192,12 +178,10 @@ RequestEnd JudgeEnd(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache-
     return kTooShort;
   }
   const bool broughtNothing = cache->requestStart > 0 && cache->currentRecvPos == cache->requestStart;
-  if (!IsLengthKnown(cache) && broughtNothing && !FollowsBytes(cache, cycle.node)) {
+  if (!IsLengthKnown(cache) && broughtNothing && LinkEndingAt(cache, EndOf(cycle.node)) == nullptr) {
     return kTooShort;  // a seek behind an end that nobody knows
   }
-  cache->contentLength.store(cache->currentRecvPos);
-  cache->lengthIsPacked = 0;
-  ZV_HttpBaseCacheUpdateCacheUnitSize(cache);
+  LearnEnd(cache);
   return kStreamDone;
 }
 
@@ -212,7 +196,7 @@ void EndRequest(HttpBaseCache* cache, const Cycle& cycle) ZV_REQUIRES(cache->cac
     return;
   }
   if (end == kStreamDone) {
-    MarkLast(cache, cycle);
+    MarkLast(cache, cycle.node);
     LOG_TRACE_AS(kName, "%s 2 cacheFile %s is last", cycle.file->cacheFileName);
   }
   ZV_HttpBaseCacheFileSetWriteFinish(cycle.file);

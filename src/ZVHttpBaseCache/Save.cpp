@@ -43,14 +43,20 @@ bool StoreBlock(HttpBaseCache* cache, HttpBaseCacheFile* file, uint32_t count) Z
   return stored;
 }
 
+// The player has not gone elsewhere again, and the files are still wanted.
+bool IsWorthMore(HttpBaseCache* cache, uint32_t generation) ZV_REQUIRES(cache->cacheCondition) {
+  return cache->generation == generation && cache->giveUpWanted == 0;
+}
+
 // The first block has been taken. False when a block was taken and is not in the file.
 bool Store(HttpBaseCache* cache, HttpBaseCacheFile* file, uint32_t count) ZV_REQUIRES(cache->cacheCondition) {
   const int32_t most = std::min(kMostSavedBytes, file->fileSize) - kReceiveBytes;
+  const uint32_t generation = cache->generation;
   while (count > 0) {
     if (cache->connectionLost != 0 || cache->abortCache != 0 || !StoreBlock(cache, file, count)) {
       return false;
     }
-    count = file->cacheSize > most ? 0 : TakeBlock(cache);
+    count = file->cacheSize <= most && IsWorthMore(cache, generation) ? TakeBlock(cache) : 0;
   }
   return true;
 }

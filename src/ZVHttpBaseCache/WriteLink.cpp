@@ -118,6 +118,11 @@ void FillWriteNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   }
 }
 
+// False when another seek has been answered from the cache meanwhile, or the file cache is to be left.
+bool IsSeekDue(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  return cache->seekWanted != 0 && cache->abortCache == 0 && cache->giveUpWanted == 0;
+}
+
 // Puts an empty link where the seek leads, as read and write link.
 void PlaceSeekNode(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   if (IsWriteNodeFree(cache)) {
@@ -169,17 +174,17 @@ void ZV_HttpBaseCacheUpdataWriteCacheFile(HttpBaseCache* cache) {
 void AnswerSeek(HttpBaseCache* cache) {
   SaveReceived(cache);
   const bool saved = ZV_HttpBaseCacheFindReadNode(cache) != nullptr;  // then the request may go on
-  if (!saved && !IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
+  if (!saved && IsSeekDue(cache) && !IsWriteNodeFree(cache) && cache->cacheFileNodeNum < kMaxLinks) {
     StopTransfer(cache);
     PrepareFile(cache, cache->reservedBytes);
   }
-  // Another seek may have been answered from the cache meanwhile, or the file cache is to be left.
-  if (cache->seekWanted == 0 || cache->abortCache != 0 || cache->giveUpWanted != 0) {
+  if (!IsSeekDue(cache)) {
     return;
   }
-  // The block that was being written when the seek came may hold its byte.
+  // What has been saved, or the block that was being written when the seek came, may hold its byte.
   if (ZV_HttpBaseCacheFindReadNode(cache) != nullptr) {
     ZV_HttpBaseCacheUpdateReadCacheFile(cache);
+    cache->restartWanted = 1;  // little of what the player needs next is there
     return;
   }
   PlaceSeekNode(cache);

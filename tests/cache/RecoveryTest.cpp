@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "CachePlayer.h"
+#include "ZVHttpBase/Inner.h"
 
 namespace cache {
 namespace {
@@ -127,6 +128,27 @@ TEST_F(RecoveryTest, ASeekBehindTheEndDoesNotMoveTheEnd) {
     EXPECT_EQ(player.ReadAll(media), EndAt(20 * kMb));
     EXPECT_EQ(ZV_HttpBaseCacheGetContentLength(player.Get()), 20000000);
   }
+}
+
+TEST_F(RecoveryTest, AnEndThatASeekHasLostIsFoundAgain) {
+  const origin::Resource media = Put("/media", 10 * kMb);
+  origin::Answer untold;
+  untold.chunkBytes = 100000;
+  server_.Script("/media", {untold});
+  CachePlayer player(1, 0);
+  player.UseFiles(Prefix());
+  player.Open(Url());
+  // The transfer ends while the cache rests: what it has brought is saved, that it has ended is not.
+  ASSERT_TRUE(player.WaitFor([](HttpBaseCache* cache) { return ZVIner_HasEndedWell(cache->httpBase) != 0; }));
+  ASSERT_TRUE(player.WaitUntilResting());
+  ASSERT_EQ(player.Seek(11 * kMb), 0);
+  ASSERT_TRUE(player.WaitForCode(416));
+  EXPECT_EQ(player.Seek(0), 0);
+  EXPECT_EQ(player.ReadAll(media), EndAt(10 * kMb));
+  EXPECT_EQ(ZV_HttpBaseCacheGetContentLength(player.Get()), 10000000);
+  EXPECT_THAT(RangesOf(), ElementsAre("", "11000000-", "10000000-"));
+  EXPECT_EQ(player.Count(416), 1);
+  EXPECT_EQ(player.Check(), "");
 }
 
 TEST_F(RecoveryTest, ThePlaceOfASeekThatFailedIsReadThrough) {

@@ -17,9 +17,8 @@ class StreamTest : public CacheTest {
     EXPECT_TRUE(player.WaitFor([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->isCacheFinish != 0; }));
     EXPECT_TRUE(player.WaitUntilResting());
     const int64_t stored = player.Ask([](HttpBaseCache* cache) ZV_UNCHECKED { return cache->currentRecvPos; });
-    EXPECT_TRUE(player.WaitFor([=](HttpBaseCache* cache) {
-      return cache->httpBase->configParam.downloadedBytes.load() > stored + 3000000;
-    }));
+    EXPECT_TRUE(player.WaitFor(
+        [=](HttpBaseCache* cache) { return cache->httpBase->configParam.downloadedBytes.load() > stored + 3000000; }));
     return stored;
   }
 };
@@ -135,7 +134,10 @@ TEST_F(StreamTest, ASeekToWhatARestingDownloaderHoldsNeedsNoRequest) {
   player.UseFiles(Prefix());
   player.Open(Url());
   const int64_t stored = AwaitFullBuffer(player);
-  ASSERT_EQ(player.Seek(stored + 1000), 0);
+  ASSERT_EQ(player.Seek(stored + 3 * kMb), 0);
+  // Also a player that waits until enough is there before it reads.
+  EXPECT_TRUE(player.WaitFor([](HttpBaseCache* cache)
+                                 ZV_UNCHECKED { return cache->currentCacheSize >= cache->targetCacheSize; }));
   EXPECT_EQ(player.ReadAll(media), EndAt(60 * kMb));
   EXPECT_EQ(server_.RequestCount(), 1);
 }
