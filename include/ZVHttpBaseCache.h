@@ -59,7 +59,8 @@ typedef void (*HttpBaseCacheStateCallback)(void* userData, int32_t state, int32_
  * again by itself: only another seek helps (SetRange and Open). Null when something could not be made; then nothing is left behind. */
 ZV_HTTP_BASE_API HttpBaseCache* ZV_HttpBaseCacheInit(HttpBaseMsgCallback callback, void* userData);
 
-/* Stops everything without reporting a code, deletes the cache files, frees everything and sets *cache to null. */
+/* Stops everything without reporting a code, deletes the cache files, frees everything and sets *cache to null. A full
+ * cache file takes the system up to a millisecond to delete, and there may be 300. */
 ZV_HTTP_BASE_API void ZV_HttpBaseCacheRelease(HttpBaseCache** cache);
 
 /* Starts the stream, or carries out the seek of SetRange, and returns at once. A seek to a cached byte is answered from
@@ -82,8 +83,8 @@ ZV_HTTP_BASE_API int32_t ZV_HttpBaseCacheRead(HttpBaseCache* cache, void* buffer
 
 /* Turns the file cache on, once, before the first Open; later calls are refused, and so are calls while a stream is open.
  * A start given to SetRange before is where the first Open seeks to. Makes the first file of 8 MiB; when it
- * cannot be made the handle goes on without. At most 300 such files exist. When none can be written any more the handle
- * leaves its file cache by itself, as CloseLocalCache does. */
+ * cannot be made the handle goes on without. At most 300 such files hold bytes, and one more is made ready. When none can
+ * be written any more the handle leaves its file cache by itself, as CloseLocalCache does. */
 ZV_HTTP_BASE_API void ZV_HttpBaseCacheSetLocalCache(HttpBaseCache* cache, const LocalCacheParam* param);
 
 /* The length of the media. From it and the length of the stream follow how many bytes are kept ahead (5 MiB before) and

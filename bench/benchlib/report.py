@@ -23,8 +23,8 @@ NOTES = (
     "Resume is timed from outside and contains emptying the buffer by reading.",
     "The caches keep their files in the system's temporary folder, and so does `ffmpeg cache:`. Filling is timed inside the process, "
     "from Open until everything is in the cache; what the disk and the system's memory take is one file written in blocks of 512 KiB, each flushed to "
-    "the system. `ffmpeg` reads bytes as bytes (`-f data`) and drops them. mpv, whose cache would be another peer, is not "
-    "measured.",
+    "the system. `ffmpeg` reads bytes as bytes (`-f data`) and drops them. mpv keeps demuxed "
+    "packets and plays them, it does not hand out bytes: it is no peer.",
     "The session: 256 MiB that last 600 s, over a line of 5 or 20 MiB/s; half of the seeks go at most 30 s back or forth, half "
     "anywhere; up to 20 s of media are read after each, as fast as they come. Bytes count as sent when the server's socket has "
     "taken them.",

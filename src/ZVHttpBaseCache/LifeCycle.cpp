@@ -168,7 +168,7 @@ extern "C" void ZV_HttpBaseCacheCloseLocalCache(HttpBaseCache* cache) {
       cache->generation += 1;
       WakeCacheThread(cache);
     }
-    while (cache->isLocalCache.load() != 0 || cache->reopening != kNotReopening) {
+    while (cache->giveUpWanted != 0 || cache->reopening != kNotReopening) {
       WaitOn(cache);
     }
   }

@@ -100,6 +100,19 @@ void EndReopening(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   ZV_ConditionSignal(cache->cacheCondition);
 }
 
+// The file cache is off: nobody looks at the links any more, and the player reads on while many files are deleted.
+void DeleteFiles(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
+  HttpBaseCacheFile* prepared = cache->preparedFile;
+  cache->preparedFile = nullptr;
+  CacheFileNode* const head = cache->headNode;
+  LeaveLock(cache);
+  ZV_HttpBaseCacheFileReleaseCacheFile(&prepared);
+  for (CacheFileNode* node = head; node != nullptr; node = node->next) {
+    ZV_HttpBaseCacheFileReleaseCacheFile(&node->cacheFile);
+  }
+  TakeLock(cache);
+}
+
 // A seek came meanwhile: the downloader stays as it is until that has been answered.
 void LeaveRequest(HttpBaseCache* cache) ZV_REQUIRES(cache->cacheCondition) {
   cache->connectionLost = 1;
@@ -157,11 +170,6 @@ void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) {
   CloseDownloader(cache);
   // The player has read on from the files until here.
   cache->isLocalCache.store(0);
-  ZV_HttpBaseCacheFileReleaseCacheFile(&cache->preparedFile);
-  for (CacheFileNode* node = cache->headNode; node != nullptr; node = node->next) {
-    ZV_HttpBaseCacheFileReleaseCacheFile(&node->cacheFile);
-  }
-  cache->giveUpWanted = 0;
   cache->isWaitForHttpNotify = 0;
   // Whether the downloader was open just now says nothing: a seek may have closed it.
   const bool mustOpen = cache->everOpened != 0 && cache->released == 0;
@@ -169,5 +177,8 @@ void ZV_HttpBaseResumeMemoryCache(HttpBaseCache* cache) {
     NoteMessage(cache, ZV_HTTP_CODE_FAILED);
   }
   EndReopening(cache);
+  DeleteFiles(cache);
+  cache->giveUpWanted = 0;
+  ZV_ConditionSignal(cache->cacheCondition);
   LOG_TRACE("%s Exit");
 }
