@@ -12,7 +12,6 @@ namespace cache {
 namespace {
 
 constexpr int kReadMs = 30000;
-constexpr int kTestSeconds = 180;
 constexpr size_t kShownLogBytes = 3000;
 
 using Clock = std::chrono::steady_clock;
@@ -219,8 +218,8 @@ void CachePlayer::TakeState(void* self, int32_t state, int32_t value) {
   }
 }
 
-CacheTest::CacheTest(int32_t lowestLevel)
-    : watchdog_(kTestSeconds, testing::UnitTest::GetInstance()->current_test_info()->name()), log_(lowestLevel) {
+CacheTest::CacheTest(int32_t lowestLevel, int seconds)
+    : watchdog_(seconds, testing::UnitTest::GetInstance()->current_test_info()->name()), log_(lowestLevel) {
   fault_platform::SetTimeScale(kTimeScale);
 }
 

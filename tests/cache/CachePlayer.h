@@ -92,7 +92,7 @@ class CachePlayer {
 class CacheTest : public testing::Test {
  protected:
   // Lines of the log below lowestLevel are not kept.
-  explicit CacheTest(int32_t lowestLevel = LUM_LEVEL_TRACE);
+  explicit CacheTest(int32_t lowestLevel = LUM_LEVEL_TRACE, int seconds = 180);
   ~CacheTest() override;
 
   origin::Resource Put(const std::string& target, uint64_t length, uint32_t seed = 0);

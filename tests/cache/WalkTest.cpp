@@ -206,7 +206,7 @@ origin::Answer SomeAnswer(Random* random) {
 
 class WalkTest : public CacheTest {
  protected:
-  WalkTest() : CacheTest(LUM_LEVEL_NONE) {}
+  WalkTest() : CacheTest(LUM_LEVEL_NONE, 180 + static_cast<int>(WalkSeconds())) {}
 
   // Gives the greatest number of links that was seen.
   int Run(const Plan& plan, const std::string& name) {
